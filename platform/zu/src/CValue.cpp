@@ -45,8 +45,12 @@ std::optional<double> parseNumber(const std::string& text)
         return 0.0;
     }
     std::string_view digits = trimmed;
-    if (!digits.empty() && digits.front() == '+') {
+    // from_chars takes a minus sign but no plus sign; "+-1" is no number.
+    if (digits.starts_with('+')) {
         digits.remove_prefix(1);
+        if (digits.starts_with('-')) {
+            return std::nullopt;
+        }
     }
     double value = 0.0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
@@ -71,6 +75,21 @@ double toDouble(const std::variant<std::monostate, bool, std::int32_t, std::uint
             }
         },
         value);
+}
+
+// Beyond the float range a static_cast is undefined; give what the hardware
+// conversion gives instead. Rounding to nearest reaches infinity only from
+// half a step above the largest float, 2^128 - 2^103.
+float toFloat(double value)
+{
+    constexpr double overflow = 0x1.ffffffp+127;
+    if (value >= overflow) {
+        return std::numeric_limits<float>::infinity();
+    }
+    if (value <= -overflow) {
+        return -std::numeric_limits<float>::infinity();
+    }
+    return static_cast<float>(value);
 }
 
 template <typename Number>
@@ -103,7 +122,7 @@ float CValue::as_float() const
     if (const auto* f = std::get_if<float>(&m_value)) {
         return *f;
     }
-    return static_cast<float>(toDouble(m_value));
+    return toFloat(toDouble(m_value));
 }
 
 std::string CValue::as_string() const
