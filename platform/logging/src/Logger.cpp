@@ -1,5 +1,7 @@
 #include <orv/logging/Logger.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <mutex>
 
@@ -71,9 +73,12 @@ void setLevel(spdlog::level::level_enum level)
 
 std::optional<spdlog::level::level_enum> levelFromName(const std::string& name)
 {
-    const auto level = spdlog::level::from_str(name);
+    std::string lowered = name;
+    std::transform(lowered.begin(), lowered.end(), lowered.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const auto level = spdlog::level::from_str(lowered);
     // from_str answers "off" for every text it does not know.
-    if (level == spdlog::level::off && name != "off") {
+    if (level == spdlog::level::off && lowered != "off") {
         return std::nullopt;
     }
     return level;

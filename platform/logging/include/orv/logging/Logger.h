@@ -8,7 +8,13 @@
 // sinks() gives it, so that a program or a test can add or remove a sink
 // while others log. The level of every logger follows setLevel(); before the
 // first call it is taken from ORV_LOG_LEVEL in the environment ("trace",
-// "debug", "info", "warning", "error", "critical", "off"), else "info".
+// "debug", "info", "warning", "error", "critical", "off", also "warn" and
+// "err", in any letter case), else "info"; an unknown name also gives
+// "info". The variable is read once, when the first logger is made.
+//
+// The default sink writes to standard error with the pattern
+// "%Y-%m-%d %H:%M:%S.%e [%n] [%l] %s:%# %!: %v"; a sink added to sinks()
+// keeps its own pattern. Errors are flushed at once.
 
 #include <memory>
 #include <optional>
@@ -25,7 +31,8 @@ std::shared_ptr<spdlog::sinks::dist_sink_mt> sinks();
 
 void setLevel(spdlog::level::level_enum level);
 
-// The level named by text, or nothing when the text names no level.
+// The level named by text (letter case ignored), or nothing when the text
+// names no level.
 std::optional<spdlog::level::level_enum> levelFromName(const std::string& name);
 
 } // namespace orv::logging
