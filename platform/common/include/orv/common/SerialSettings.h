@@ -3,6 +3,11 @@
 // that any number converts into them: configuration files carry numbers, and
 // a number without a name must still reach the code that maps it to a
 // fallback.
+//
+// Choices of this stand-in: the enumerator names are its own; the numbers
+// are the platform's (speeds 1 to 8 for 1200 to 115200 bit/s, parity 2 even
+// and 3 odd, 0 and 1 none). The type is signed, as configuration files
+// store these numbers as signed 32-bit integers.
 
 #include <cstdint>
 

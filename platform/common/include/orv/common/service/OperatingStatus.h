@@ -2,6 +2,11 @@
 // The operating status that gateway services publish in the data store, as a
 // service manager reports it. Running (15) and RunningDegraded (16) are the
 // two in-service values; any other number is a service that does not serve.
+//
+// Choices of this stand-in: the names of the values below 15 are its own
+// (only 15 and 16 carry meaning for callers); the type is unsigned 32 bits
+// wide, as the data store publishes it, so that any number read from a
+// channel converts into it, named or not.
 
 #include <cstdint>
 #include <string>
