@@ -125,7 +125,6 @@ TEST_F(ModbusMapRequestTest, InputRegistersAreReadWithFunctionCode4Only)
 
 TEST_F(ModbusMapRequestTest, ReadsCoilsAndDiscreteInputs)
 {
-    const std::vector<uint8_t> bits{1, 0, 0, 0, 0, 1};
     EXPECT_EQ(exchange(readPdu(1, 0, 2)), (std::vector<uint8_t>{1, 1, 0b01}));
     EXPECT_TRUE(m_processed);
     EXPECT_EQ(exchange(readPdu(2, 0, 2)), (std::vector<uint8_t>{2, 1, 0b01}));
