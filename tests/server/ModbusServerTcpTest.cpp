@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -467,6 +468,23 @@ TEST_F(ModbusServerTcpTest, SocketBeyondSelectLimitIsClosedAndOthersAreServed)
     ModbusTcpClient later("127.0.0.1", m_port, 1);
     EXPECT_EQ(later.readHolding(0, 2), g_pairWords);
     EXPECT_EQ(threadsNamed(g_tcpThreadName), 1);
+}
+
+TEST(ModbusServerSelectLimitTest, ListeningSocketBeyondSelectLimitFailsConstruction)
+{
+    if (!allowDescriptorsBeyondSelectLimit()) {
+        GTEST_SKIP() << "the hard descriptor limit is below FD_SETSIZE";
+    }
+    LowDescriptorsTaken taken;
+    ASSERT_TRUE(taken.full());
+    std::uint16_t port = 0;
+    try {
+        makeTcpServer(port);
+        FAIL() << "constructor did not throw";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  std::string("Impossible to listen on Modbus Tcp socket. Error ") + std::strerror(EMFILE));
+    }
 }
 
 } // namespace

@@ -323,7 +323,9 @@ void ModbusServer::acceptClient(TcpHandlerState& state, const ModbusMapSettingsT
         // select() cannot watch it, and neither can libmodbus, which selects
         // on the socket it reads.
         close(socket);
-        SPDLOG_LOGGER_ERROR(logger(), "New Modbus TCP connection from {} refused! Socket {} is beyond the {} sockets select() can watch.",
+        SPDLOG_LOGGER_ERROR(logger(),
+                            "New Modbus TCP connection from {} refused! Socket {} is beyond the {} sockets select() "
+                            "can watch.",
                             address, socket, FD_SETSIZE);
         return;
     }
