@@ -1,0 +1,99 @@
+#pragma once
+
+#include <orv/modbus/ByteOrder.h>
+#include <orv/modbus/MapAvailableAccessor.h>
+#include <orv/modbus/ModbusMapEntry.h>
+
+#include <cstdint>
+#include <iosfwd>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <modbus/modbus.h>
+
+namespace cxxtools {
+class SerializationInfo;
+}
+
+namespace orv::modbus {
+
+// One Modbus register map: its entries, the libmodbus tables they live in
+// and an optional availability accessor. Built once, then shared through
+// std::shared_ptr between the registry and the server, which answers
+// requests through processRequest.
+class ModbusMap {
+public:
+    // Takes ownership of the entries and of `availableAccessor` (which may
+    // be null: the map is then always available). Throws
+    // std::runtime_error when two entries of one kind share an address or
+    // the tables cannot be allocated.
+    ModbusMap(const std::string& mapId, std::vector<ModbusMapEntry*> entries,
+              MapAvailableAccessor* availableAccessor, ByteOrder byteOrder);
+    virtual ~ModbusMap();
+
+    ModbusMap(const ModbusMap&) = delete;
+    ModbusMap& operator=(const ModbusMap&) = delete;
+
+    // One row per entry as CSV, or the not-available message while the map
+    // is not available.
+    virtual void serializeIntoCsv(std::ostream& os, bool oneBased) const;
+
+    // Answers one request received on `ctx`. Returns true when a normal
+    // reply was sent, false when an exception reply was sent or, without
+    // any reply, when the map is not available.
+    //  skipReadChecks: reads are answered from the tables without looking
+    //                  at entries;
+    //  readOnly:       every write is refused with exception 1;
+    //  addressShift:   request addresses are 1-based.
+    virtual bool processRequest(modbus_t* ctx, uint8_t* query, unsigned length, bool skipReadChecks, bool readOnly,
+                                bool addressShift);
+
+    virtual std::string getMapId() const;
+
+    bool isMapAvailable() const;
+    std::string notAvailableUserMessage() const;
+
+    // Table addresses spanned by the read or multiple-write request in
+    // `query`, whose PDU starts after `headerLength` bytes.
+    static std::vector<uint16_t> getAddresses(int headerLength, uint8_t* query, bool addressShift);
+
+    // Makes libmodbus take request addresses as 1-based (true) or 0-based.
+    void setAddressShift(bool shift);
+
+    // An array with one object per entry; left empty while the map is not
+    // available.
+    void fillSerializationInfo(cxxtools::SerializationInfo& si, bool oneBased) const;
+
+    // "SEP=;", a line end, then serializeIntoCsv.
+    std::string getCsv(bool oneBased) const;
+
+private:
+    using EntryIndex = std::map<uint16_t, std::shared_ptr<ModbusMapEntry>>;
+    // The entries one request touches, keyed by (first address, kind): each
+    // entry occurs once, in the order its mutex is locked.
+    using EntrySet = std::map<std::pair<uint16_t, int>, std::shared_ptr<ModbusMapEntry>>;
+
+    void registerEntry(const std::shared_ptr<ModbusMapEntry>& entry);
+    EntryIndex& indexOf(int type);
+    void allocateMapping();
+    // Fills `touched` with the entries the request in `query` touches and
+    // says whether their contents go to the accessors after the reply.
+    // Throws ModbusException when the request must be refused.
+    bool collectEntries(uint8_t* query, int headerLength, bool skipReadChecks, bool readOnly, bool addressShift,
+                        EntrySet& touched) const;
+    // Lets libmodbus answer while every touched entry is locked.
+    void replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool addressShift, const EntrySet& touched);
+
+    std::shared_ptr<MapAvailableAccessor> m_pAvailableAccessor;
+    std::string m_mapId;
+    modbus_mapping_t* m_pMapping = nullptr;
+    EntryIndex m_discretes;
+    EntryIndex m_inputRegisters;
+    EntryIndex m_holdingRegisters;
+    EntryIndex m_legacyRegisters;
+};
+
+} // namespace orv::modbus
