@@ -79,6 +79,8 @@ private:
     void registerEntry(const std::shared_ptr<ModbusMapEntry>& entry);
     EntryIndex& indexOf(int type);
     void allocateMapping();
+    // Fills the tables from the entries' accessors.
+    void attachEntries(const std::vector<std::shared_ptr<ModbusMapEntry>>& entries, ByteOrder byteOrder);
     // Fills `touched` with the entries the request in `query` touches and
     // says whether their contents go to the accessors after the reply.
     // Throws ModbusException when the request must be refused.

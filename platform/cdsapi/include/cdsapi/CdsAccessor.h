@@ -13,7 +13,7 @@
 //   creation order; a larger depth gives every descendant down to that many
 //   levels, in depth-first pre-order (a sub-device, then its own
 //   sub-devices, then its next sibling); depth 0 or less gives nothing.
-// - getDeviceByName: the device with that canonical name (the oldest one if
+// - getDeviceByName: the device with that canonical name (the lowest id if
 //   several share it); throws CdsError when none has it.
 // - Writing a value of another kind than the channel's converts it to the
 //   channel's kind with zu::CValue's conversions (an empty value becomes

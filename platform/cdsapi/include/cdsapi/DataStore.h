@@ -35,8 +35,9 @@
 //   channel added                      3 on its device
 //   channel removed                    15 and 5 on it (empty value), then
 //                                      3 on its device
-//   device created                     13 on its id, 13 on all ones, then
-//                                      3 on its parent (if any)
+//   device created                     13 on its id, 13 on all ones (the
+//                                      callback gets the new id), then 3
+//                                      on its parent (if any)
 //   device removed                     for every channel and sub-device
 //                                      inside it, depth first, what their
 //                                      own removal notifies (without the 3
@@ -162,6 +163,7 @@ public:
                             bool onlyIfChanged = false);
 
 private:
+    friend class ClientConnection;
     friend class InBandAccessor;
     struct State;
 

@@ -1,0 +1,94 @@
+#include <orv/modbus/Discretes.h>
+
+#include "EntryAccessor.h"
+#include "ModbusTable.h"
+
+#include <utility>
+
+#include <cxxtools/serializationinfo.h>
+
+namespace orv::modbus {
+
+Discretes::Discretes(uint16_t address, DiscretesDataAccessor* accessor, bool writable, const std::string& name,
+                     const std::string& description, const std::string& statusTo1Text,
+                     const std::string& statusTo0Text)
+    : Discretes(address, std::shared_ptr<DiscretesDataAccessor>(accessor), writable, name, description,
+                statusTo1Text, statusTo0Text)
+{
+}
+
+Discretes::Discretes(uint16_t address, std::shared_ptr<DiscretesDataAccessor> accessor, bool writable,
+                     const std::string& name, const std::string& description, const std::string& statusTo1Text,
+                     const std::string& statusTo0Text)
+    : ModbusMapEntry(address, writable, accessorSize(accessor.get()), name, description)
+    , m_statusTo1Text(statusTo1Text)
+    , m_statusTo0Text(statusTo0Text)
+    , m_pAccessor(std::move(accessor))
+{
+    requireAccessor(m_pAccessor.get());
+    m_pAccessor->setCallback([this](const std::vector<uint8_t>& values) { updateDataFromAccessor(values); });
+}
+
+int Discretes::getType() const
+{
+    return g_typeDiscretes;
+}
+
+std::string Discretes::getRepresentation() const
+{
+    return m_pAccessor->getDataRepresentation();
+}
+
+std::string Discretes::getStrValue() const
+{
+    return m_pAccessor->getStrValue();
+}
+
+void Discretes::setMapping(modbus_mapping_t* mapping)
+{
+    attachMapping(mapping);
+    if (mapping != nullptr) {
+        setValue(m_pAccessor->getData());
+    }
+}
+
+bool Discretes::isAvailable() const
+{
+    return m_pAccessor->isDataAvailable();
+}
+
+void Discretes::updateDataInAccessor()
+{
+    if (m_writable && isMapped()) {
+        m_pAccessor->setData(getValue());
+    }
+}
+
+void Discretes::fillSerializationInfo(cxxtools::SerializationInfo& si) const
+{
+    ModbusMapEntry::fillSerializationInfo(si);
+    si.addMember("status to 0") <<= m_statusTo0Text;
+    si.addMember("status to 1") <<= m_statusTo1Text;
+}
+
+std::vector<uint8_t> Discretes::getValue() const
+{
+    // A client writes coils, so the coil table holds what was last written.
+    return g_coils.read(mappedTables(), m_address, m_size);
+}
+
+void Discretes::setValue(const std::vector<uint8_t>& values)
+{
+    modbus_mapping_t* tables = mappedTables();
+    g_discreteInputs.write(tables, m_address, m_size, values);
+    g_coils.write(tables, m_address, m_size, values);
+}
+
+void Discretes::updateDataFromAccessor(const std::vector<uint8_t>& values)
+{
+    if (isMapped()) {
+        setValue(values);
+    }
+}
+
+} // namespace orv::modbus

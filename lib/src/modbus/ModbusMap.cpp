@@ -1,0 +1,386 @@
+#include <orv/modbus/ModbusMap.h>
+
+#include <orv/logging/Logger.h>
+#include <orv/modbus/ModbusException.h>
+
+#include <cerrno>
+#include <initializer_list>
+#include <mutex>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include <cxxtools/csvformatter.h>
+#include <cxxtools/decomposer.h>
+#include <cxxtools/serializationinfo.h>
+
+namespace orv::modbus {
+
+namespace {
+
+using EntryIndex = std::map<uint16_t, std::shared_ptr<ModbusMapEntry>>;
+
+// Modbus function codes the map answers.
+constexpr uint8_t g_readCoils = 1;
+constexpr uint8_t g_readDiscreteInputs = 2;
+constexpr uint8_t g_readHoldingRegisters = 3;
+constexpr uint8_t g_readInputRegisters = 4;
+constexpr uint8_t g_writeSingleCoil = 5;
+constexpr uint8_t g_writeSingleRegister = 6;
+constexpr uint8_t g_writeMultipleCoils = 15;
+constexpr uint8_t g_writeMultipleRegisters = 16;
+
+std::shared_ptr<spdlog::logger> logger()
+{
+    return orv::logging::getLogger("ModbusServer");
+}
+
+const char* kindWord(int type)
+{
+    switch (type) {
+    case ModbusMapEntry::g_typeDiscretes:
+        return "discrete";
+    case ModbusMapEntry::g_typeRegisters:
+        return "input register";
+    case ModbusMapEntry::g_typeHoldingRegisters:
+        return "holding register";
+    default:
+        return "register";
+    }
+}
+
+// Highest address + 1, wrapping to 0 when the index holds 65535.
+uint16_t tableSize(const EntryIndex& index)
+{
+    return index.empty() ? 0 : static_cast<uint16_t>(index.rbegin()->first + 1);
+}
+
+uint16_t readWord(const uint8_t* bytes)
+{
+    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+}
+
+// The address of a single-write request (function codes 5 and 6).
+std::vector<uint16_t> singleAddress(const uint8_t* pdu, bool addressShift)
+{
+    return {static_cast<uint16_t>(readWord(pdu + 1) - (addressShift ? 1 : 0))};
+}
+
+// What processRequest logs for a function code, or nullptr for none.
+const char* requestLogText(uint8_t functionCode, bool skipReadChecks)
+{
+    switch (functionCode) {
+    case g_readCoils:
+    case g_readDiscreteInputs:
+        return "Read discret";
+    case g_readHoldingRegisters:
+        return skipReadChecks ? nullptr : "Read holding registers";
+    case g_readInputRegisters:
+        return "Read input registers";
+    case g_writeSingleCoil:
+    case g_writeMultipleCoils:
+        return "Write discret input";
+    case g_writeSingleRegister:
+    case g_writeMultipleRegisters:
+        return "Write register";
+    default:
+        return nullptr;
+    }
+}
+
+// The entry covering `address` in the first of `indexes` that has one.
+std::shared_ptr<ModbusMapEntry> findEntry(uint16_t address, std::initializer_list<const EntryIndex*> indexes)
+{
+    for (const EntryIndex* index : indexes) {
+        if (auto found = index->find(address); found != index->end()) {
+            return found->second;
+        }
+    }
+    throw ModbusException(ModbusException::g_illegalDataAddress);
+}
+
+} // namespace
+
+ModbusMap::ModbusMap(const std::string& mapId, std::vector<ModbusMapEntry*> entries,
+                     MapAvailableAccessor* availableAccessor, ByteOrder byteOrder)
+    : m_pAvailableAccessor(availableAccessor)
+    , m_mapId(mapId)
+{
+    SPDLOG_LOGGER_DEBUG(logger(), "Create a modbus mapping...");
+    std::vector<std::shared_ptr<ModbusMapEntry>> owned;
+    owned.reserve(entries.size());
+    try {
+        for (ModbusMapEntry*& entry : entries) {
+            owned.emplace_back(std::exchange(entry, nullptr));
+            registerEntry(owned.back());
+        }
+    } catch (...) {
+        // The map owns every entry it was given, also those it never reached.
+        for (ModbusMapEntry* entry : entries) {
+            delete entry;
+        }
+        throw;
+    }
+    allocateMapping();
+    SPDLOG_LOGGER_DEBUG(logger(), "Initialize the values...");
+    try {
+        attachEntries(owned, byteOrder);
+    } catch (...) {
+        modbus_mapping_free(m_pMapping);
+        throw;
+    }
+    SPDLOG_LOGGER_DEBUG(logger(), "Initialize the values...Done.");
+    SPDLOG_LOGGER_DEBUG(logger(), "Create a mobbus mapping...Done.");
+}
+
+void ModbusMap::attachEntries(const std::vector<std::shared_ptr<ModbusMapEntry>>& entries, ByteOrder byteOrder)
+{
+    for (const auto& entry : entries) {
+        entry->setByteOrder(byteOrder);
+        entry->setMapping(m_pMapping);
+    }
+}
+
+ModbusMap::~ModbusMap()
+{
+    SPDLOG_LOGGER_DEBUG(logger(), "Deleting the mapping...");
+    modbus_mapping_free(m_pMapping);
+    SPDLOG_LOGGER_DEBUG(logger(), "Deleting the mapping...Done.");
+}
+
+void ModbusMap::registerEntry(const std::shared_ptr<ModbusMapEntry>& entry)
+{
+    EntryIndex& index = indexOf(entry->getType());
+    for (uint16_t i = 0; i < entry->getSize(); ++i) {
+        const auto address = static_cast<uint16_t>(entry->getAddress() + i);
+        const auto [existing, inserted] = index.emplace(address, entry);
+        if (!inserted) {
+            throw std::runtime_error("Failed to allocate the mapping: entry at " + std::string(kindWord(entry->getType()))
+                                     + " address " + std::to_string(address) + " from element starting at "
+                                     + std::to_string(entry->getAddress()) + " already exist.\n"
+                                     + "Current entry: " + entry->getName() + "\n"
+                                     + "Existing entry: " + existing->second->getName() + "\n");
+        }
+    }
+}
+
+ModbusMap::EntryIndex& ModbusMap::indexOf(int type)
+{
+    switch (type) {
+    case ModbusMapEntry::g_typeDiscretes:
+        return m_discretes;
+    case ModbusMapEntry::g_typeRegisters:
+        return m_inputRegisters;
+    case ModbusMapEntry::g_typeHoldingRegisters:
+        return m_holdingRegisters;
+    default:
+        return m_legacyRegisters;
+    }
+}
+
+void ModbusMap::allocateMapping()
+{
+    const uint16_t bits = tableSize(m_discretes);
+    const uint16_t legacy = tableSize(m_legacyRegisters);
+    // Legacy entries live in both register tables, so they alone size them.
+    const uint16_t registers = legacy != 0 ? legacy : tableSize(m_holdingRegisters);
+    const uint16_t inputRegisters = legacy != 0 ? legacy : tableSize(m_inputRegisters);
+    m_pMapping = modbus_mapping_new(bits, bits, registers, inputRegisters);
+    if (m_pMapping == nullptr) {
+        throw std::runtime_error(std::string("Failed to allocate the mapping: ") + modbus_strerror(errno));
+    }
+}
+
+std::string ModbusMap::getMapId() const
+{
+    return m_mapId;
+}
+
+bool ModbusMap::isMapAvailable() const
+{
+    return !m_pAvailableAccessor || m_pAvailableAccessor->isAvailable();
+}
+
+std::string ModbusMap::notAvailableUserMessage() const
+{
+    return m_pAvailableAccessor ? m_pAvailableAccessor->notAvailableMessage() : std::string();
+}
+
+std::vector<uint16_t> ModbusMap::getAddresses(int headerLength, uint8_t* query, bool addressShift)
+{
+    const uint8_t* pdu = query + headerLength;
+    const auto start = static_cast<uint16_t>(readWord(pdu + 1) - (addressShift ? 1 : 0));
+    const uint16_t count = readWord(pdu + 3);
+    std::vector<uint16_t> addresses;
+    addresses.reserve(count);
+    for (uint16_t i = 0; i < count; ++i) {
+        addresses.push_back(static_cast<uint16_t>(start + i));
+    }
+    return addresses;
+}
+
+void ModbusMap::setAddressShift(bool shift)
+{
+    const int start = shift ? 1 : 0;
+    m_pMapping->start_bits = start;
+    m_pMapping->start_input_bits = start;
+    m_pMapping->start_input_registers = start;
+    m_pMapping->start_registers = start;
+}
+
+bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, bool skipReadChecks, bool readOnly,
+                               bool addressShift)
+{
+    if (!isMapAvailable()) {
+        return false;
+    }
+    const int headerLength = modbus_get_header_length(ctx);
+    if (const char* text = requestLogText(query[headerLength], skipReadChecks)) {
+        SPDLOG_LOGGER_DEBUG(logger(), "{}", text);
+    }
+    EntrySet touched;
+    bool pushToAccessors = false;
+    try {
+        pushToAccessors = collectEntries(query, headerLength, skipReadChecks, readOnly, addressShift, touched);
+    } catch (const ModbusException& refusal) {
+        SPDLOG_LOGGER_DEBUG(logger(), " Error!");
+        setAddressShift(addressShift);
+        modbus_reply_exception(ctx, query, refusal.getCode());
+        return false;
+    }
+    replyLocked(ctx, query, length, addressShift, touched);
+    if (pushToAccessors) {
+        for (const auto& [key, entry] : touched) {
+            entry->updateDataInAccessor();
+        }
+    }
+    SPDLOG_LOGGER_DEBUG(logger(), "Processing a request... Done.");
+    return true;
+}
+
+bool ModbusMap::collectEntries(uint8_t* query, int headerLength, bool skipReadChecks, bool readOnly,
+                               bool addressShift, EntrySet& touched) const
+{
+    const uint8_t* pdu = query + headerLength;
+    const auto addEntry = [&touched](const std::shared_ptr<ModbusMapEntry>& entry) {
+        touched.emplace(std::make_pair(entry->getAddress(), entry->getType()), entry);
+    };
+    // Every address must belong to an available entry, unless reads are
+    // left to libmodbus alone. Nothing goes back to the accessors.
+    const auto collectReads = [&](std::initializer_list<const EntryIndex*> indexes) {
+        if (skipReadChecks) {
+            return false;
+        }
+        for (uint16_t address : getAddresses(headerLength, query, addressShift)) {
+            auto entry = findEntry(address, indexes);
+            if (!entry->isAvailable()) {
+                throw ModbusException(ModbusException::g_illegalDataAddress);
+            }
+            addEntry(entry);
+        }
+        return false;
+    };
+    // Every address must belong to an entry that may be written now; the
+    // written contents go back to the accessors.
+    const auto collectWrites = [&](const std::vector<uint16_t>& addresses,
+                                   std::initializer_list<const EntryIndex*> indexes) {
+        for (uint16_t address : addresses) {
+            auto entry = findEntry(address, indexes);
+            if (readOnly || !entry->isWritable() || !entry->isAvailable()) {
+                throw ModbusException(ModbusException::g_illegalFunction);
+            }
+            addEntry(entry);
+        }
+        return true;
+    };
+
+    switch (pdu[0]) {
+    case g_readCoils:
+    case g_readDiscreteInputs:
+        return collectReads({&m_discretes});
+    case g_readHoldingRegisters:
+        return collectReads({&m_holdingRegisters, &m_legacyRegisters});
+    case g_readInputRegisters:
+        return collectReads({&m_inputRegisters, &m_legacyRegisters});
+    case g_writeSingleCoil:
+    case g_writeMultipleCoils:
+        return collectWrites(pdu[0] == g_writeSingleCoil ? singleAddress(pdu, addressShift)
+                                                         : getAddresses(headerLength, query, addressShift),
+                             {&m_discretes});
+    case g_writeSingleRegister:
+    case g_writeMultipleRegisters:
+        return collectWrites(pdu[0] == g_writeSingleRegister ? singleAddress(pdu, addressShift)
+                                                             : getAddresses(headerLength, query, addressShift),
+                             {&m_holdingRegisters, &m_legacyRegisters});
+    default:
+        throw ModbusException(ModbusException::g_illegalFunction);
+    }
+}
+
+void ModbusMap::replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool addressShift,
+                            const EntrySet& touched)
+{
+    // Always in ascending address order, so that two requests touching
+    // overlapping entries cannot deadlock.
+    std::vector<std::unique_lock<ModbusMapEntry>> locks;
+    locks.reserve(touched.size());
+    for (const auto& [key, entry] : touched) {
+        locks.emplace_back(*entry);
+    }
+    setAddressShift(addressShift);
+    modbus_reply(ctx, query, static_cast<int>(length), m_pMapping);
+    for (auto& lock : locks) {
+        lock.unlock();
+    }
+}
+
+void ModbusMap::fillSerializationInfo(cxxtools::SerializationInfo& si, bool oneBased) const
+{
+    if (!isMapAvailable()) {
+        return;
+    }
+    ModbusMapEntry::g_serializationAddressShift = oneBased;
+    std::vector<const ModbusMapEntry*> entries;
+    entries.reserve(m_legacyRegisters.size() + m_inputRegisters.size() + m_holdingRegisters.size()
+                    + m_discretes.size());
+    for (const EntryIndex* index : {&m_legacyRegisters, &m_inputRegisters, &m_holdingRegisters, &m_discretes}) {
+        for (const auto& [address, entry] : *index) {
+            // A multi-register entry holds several consecutive keys.
+            if (entries.empty() || entries.back() != entry.get()) {
+                entries.push_back(entry.get());
+            }
+        }
+    }
+    si <<= entries;
+}
+
+void ModbusMap::serializeIntoCsv(std::ostream& os, bool oneBased) const
+{
+    if (!isMapAvailable()) {
+        os << notAvailableUserMessage() << '\n';
+        return;
+    }
+    cxxtools::SerializationInfo si;
+    fillSerializationInfo(si, oneBased);
+    cxxtools::CsvFormatter formatter(os);
+    for (const char* column : {oneBased ? "address (hex, 1-based)" : "address (hex, 0-based)",
+                               oneBased ? "address (dec, 1-based)" : "address (dec, 0-based)", "type",
+                               "size in bytes", "number of modbus registers", "writable", "representation", "name",
+                               "description", "unit", "status to 0", "status to 1", "available", "value"}) {
+        formatter.selectColumn(column);
+    }
+    formatter.delimiter(cxxtools::String(";"));
+    cxxtools::IDecomposer::formatEach(si, formatter);
+    formatter.finish();
+}
+
+std::string ModbusMap::getCsv(bool oneBased) const
+{
+    std::ostringstream stream;
+    stream << "SEP=" << ";" << '\n';
+    serializeIntoCsv(stream, oneBased);
+    return stream.str();
+}
+
+} // namespace orv::modbus

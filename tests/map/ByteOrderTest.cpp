@@ -1,0 +1,33 @@
+#include <orv/modbus/ByteOrder.h>
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace orv::modbus {
+namespace {
+
+TEST(ByteOrderTest, TextOfEachOrder)
+{
+    EXPECT_EQ(to_string(ByteOrder::ABCD), "ABCD");
+    EXPECT_EQ(to_string(ByteOrder::CDAB), "CDAB");
+}
+
+TEST(ByteOrderTest, UnknownOrderThrowsLogicErrorWithShiftedText)
+{
+    try {
+        to_string(static_cast<ByteOrder>(2));
+        FAIL() << "no exception";
+    } catch (const std::logic_error& error) {
+        EXPECT_STREQ(error.what(), "_string() is not implemented for ByteOrder ");
+    }
+}
+
+TEST(ByteOrderTest, UnderlyingValues)
+{
+    EXPECT_EQ(static_cast<uint16_t>(ByteOrder::ABCD), 0);
+    EXPECT_EQ(static_cast<uint16_t>(ByteOrder::CDAB), 1);
+}
+
+} // namespace
+} // namespace orv::modbus
