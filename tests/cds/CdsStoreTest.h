@@ -78,6 +78,17 @@ protected:
         return false;
     }
 
+    // Whether the accessor watches `objectId` for any kind of change.
+    static bool isKnownUnder(const Accessor& accessor, std::uint64_t objectId)
+    {
+        for (const auto* sets : allSubscriberSets()) {
+            if (watches(*sets, objectId, &accessor)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     static bool bookkeepingIsEmpty()
     {
         for (const auto* sets : allSubscriberSets()) {
