@@ -67,7 +67,13 @@ class TwoAccessorsOnOneChannel : public CdsChannelAccessorTest, public ::testing
 
 TEST_P(TwoAccessorsOnOneChannel, ShareOneValueSubscriptionWhicheverGoesFirst)
 {
+    const auto& subscribers = Accessor::m_mapChannelAccessorChannelUpdateSubscriber;
+    const auto& subscriptions = Accessor::m_mapChannelAccessorChannelUpdateSubscriberId;
     auto first = std::make_unique<Accessor>(m_device, "Voltage", DataType::ChannelValue);
+    flush();
+    ASSERT_EQ(subscriptions.count(m_channel), 1u);
+    const auto subscription = subscriptions.at(m_channel);
+    // The second one only joins the first one's subscription.
     auto second = std::make_unique<Accessor>(m_device, "Voltage", DataType::ChannelValue);
     ValueLog firstLog;
     ValueLog secondLog;
@@ -75,11 +81,8 @@ TEST_P(TwoAccessorsOnOneChannel, ShareOneValueSubscriptionWhicheverGoesFirst)
     second->setUpdateCallback(secondLog.callback());
     flush();
 
-    const auto& subscribers = Accessor::m_mapChannelAccessorChannelUpdateSubscriber;
-    const auto& subscriptions = Accessor::m_mapChannelAccessorChannelUpdateSubscriberId;
     ASSERT_EQ(subscribers.at(m_channel).size(), 2u);
-    ASSERT_EQ(subscriptions.count(m_channel), 1u);
-    const auto subscription = subscriptions.at(m_channel);
+    EXPECT_EQ(subscriptions.at(m_channel), subscription);
     // Only the value kind was subscribed for the channel.
     EXPECT_FALSE(Accessor::m_mapChannelAccessorChannelStateSubscriber.contains(m_channel));
     EXPECT_FALSE(Accessor::m_mapChannelAccessorChannelSettingsSubscriber.contains(m_channel));
