@@ -1,5 +1,7 @@
 #include <orv/modbus/SupportedMaps.h>
 
+#include <orv/logging/Logger.h>
+
 #include <stdexcept>
 
 #include <dlfcn.h>
@@ -39,6 +41,14 @@ SupportedMaps::CreateMapFunction findFactory(void* handle)
 }
 
 } // namespace
+
+SupportedMaps::SupportedMaps()
+{
+    // The registered maps log when they are destroyed at exit, so the
+    // logging library must outlive this instance: setting it up first makes
+    // it be torn down last.
+    orv::logging::getLogger("ModbusServer");
+}
 
 SupportedMaps& SupportedMaps::getInstance()
 {

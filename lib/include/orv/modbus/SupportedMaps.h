@@ -38,7 +38,7 @@ public:
     SupportedMaps& operator=(const SupportedMaps&) = delete;
 
 private:
-    SupportedMaps() = default;
+    SupportedMaps();
 
     std::map<std::string, std::shared_ptr<ModbusMap>> m_maps;
     std::mutex m_mutex;
