@@ -1,0 +1,84 @@
+#include <orv/modbus/cds/CdsFloatAccessor.h>
+
+#include <orv/modbus/cds/RegisterWords.h>
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace orv::modbus::cds {
+
+namespace {
+
+constexpr const char* g_setDataMessage = "setData is not implemented for ByteOrder";
+constexpr const char* g_buildMessage = "buildArrayFromFloat is not implemented for ByteOrder";
+
+} // namespace
+
+CdsFloatAccessor::CdsFloatAccessor(std::shared_ptr<CdsDataAccessor> accessor, float scale, unsigned char decimals)
+    : CdsRegistersAccessorBase(std::move(accessor))
+    , m_scale(scale)
+    , m_decimals(decimals)
+{
+    listenToCds(this);
+}
+
+CdsFloatAccessor::CdsFloatAccessor(CdsDataAccessor* accessor, float scale, unsigned char decimals)
+    : CdsRegistersAccessorBase(accessor)
+    , m_scale(scale)
+    , m_decimals(decimals)
+{
+    listenToCds(this);
+}
+
+CdsFloatAccessor::~CdsFloatAccessor()
+{
+    stopListening();
+}
+
+void CdsFloatAccessor::setData(const std::vector<uint16_t>& data)
+{
+    if (!isDataAvailable()) {
+        return;
+    }
+    const float value = RegisterWords::joinFloat(data, m_byteOrder, g_setDataMessage);
+    cdsAccessor().setCValue(zu::CValue(value / m_scale));
+}
+
+std::vector<uint16_t> CdsFloatAccessor::getData() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    return buildArrayFromFloat(cdsAccessor().getCValue().as_float() * m_scale);
+}
+
+std::string CdsFloatAccessor::getDataRepresentation() const
+{
+    return describeWithByteOrder("Float (");
+}
+
+std::string CdsFloatAccessor::getStrValue() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    return fmt::format("{:.{}f}", cdsAccessor().getCValue().as_float() * m_scale, m_decimals);
+}
+
+uint16_t CdsFloatAccessor::getSize() const
+{
+    return 2;
+}
+
+std::vector<uint16_t> CdsFloatAccessor::buildArrayFromFloat(float value) const
+{
+    return RegisterWords::splitFloat(value * m_scale, m_byteOrder, g_buildMessage);
+}
+
+void CdsFloatAccessor::callbackCdsEvent(const zu::CValue& value)
+{
+    publish([&] { return buildArrayFromFloat(value.as_float()); });
+}
+
+} // namespace orv::modbus::cds

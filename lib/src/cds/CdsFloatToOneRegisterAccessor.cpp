@@ -1,0 +1,105 @@
+#include <orv/modbus/cds/CdsFloatToOneRegisterAccessor.h>
+
+#include <orv/modbus/cds/SaturatingCast.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace orv::modbus::cds {
+
+CdsFloatToOneRegisterAccessor::CdsFloatToOneRegisterAccessor(std::shared_ptr<CdsDataAccessor> accessor,
+                                                             float factor, float offset, ValueKind kind)
+    : CdsRegistersAccessorBase(std::move(accessor))
+    , m_factor(factor)
+    , m_offset(offset)
+    , m_kind(kind)
+{
+    listenToCds(this);
+}
+
+CdsFloatToOneRegisterAccessor::CdsFloatToOneRegisterAccessor(CdsDataAccessor* accessor, float factor,
+                                                             float offset, ValueKind kind)
+    : CdsRegistersAccessorBase(accessor)
+    , m_factor(factor)
+    , m_offset(offset)
+    , m_kind(kind)
+{
+    listenToCds(this);
+}
+
+CdsFloatToOneRegisterAccessor::~CdsFloatToOneRegisterAccessor()
+{
+    stopListening();
+}
+
+void CdsFloatToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
+{
+    if (!isDataAvailable()) {
+        return;
+    }
+    if (data.empty()) {
+        cdsAccessor().setCValue(zu::CValue(0.0f));
+        return;
+    }
+    const float reciprocal = 1.0f / m_factor;
+    const float registerValue =
+        isSigned() ? static_cast<float>(static_cast<int16_t>(data.at(0))) : static_cast<float>(data.at(0));
+    cdsAccessor().setCValue(zu::CValue(registerValue * reciprocal - m_offset));
+}
+
+std::vector<uint16_t> CdsFloatToOneRegisterAccessor::getData() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    return buildArrayFromFloat(cdsAccessor().getCValue().as_float());
+}
+
+std::string CdsFloatToOneRegisterAccessor::getDataRepresentation() const
+{
+    return isSigned() ? "Int16" : "UInt16";
+}
+
+std::string CdsFloatToOneRegisterAccessor::getStrValue() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    const uint16_t word = buildArrayFromFloat(cdsAccessor().getCValue().as_float()).front();
+    return isSigned() ? std::to_string(static_cast<int16_t>(word)) : std::to_string(word);
+}
+
+uint16_t CdsFloatToOneRegisterAccessor::getSize() const
+{
+    return 1;
+}
+
+float CdsFloatToOneRegisterAccessor::multiplyAndOffsetData(float value) const
+{
+    return (value + m_offset) * m_factor;
+}
+
+std::vector<uint16_t> CdsFloatToOneRegisterAccessor::buildArrayFromFloat(float value) const
+{
+    float scaled = multiplyAndOffsetData(value);
+    if (isSigned()) {
+        scaled = std::clamp(std::roundf(scaled), -32768.0f, 32767.0f);
+    } else {
+        scaled = std::min(std::roundf(std::fabs(scaled)), 65535.0f);
+    }
+    // The saturating unsigned conversion turns every negative result into 0.
+    return {static_cast<uint16_t>(SaturatingCast::toUint32(scaled))};
+}
+
+void CdsFloatToOneRegisterAccessor::callbackCdsEvent(const zu::CValue& value)
+{
+    publish([&] { return buildArrayFromFloat(value.as_float()); });
+}
+
+bool CdsFloatToOneRegisterAccessor::isSigned() const
+{
+    return m_kind == ValueKind::Signed;
+}
+
+} // namespace orv::modbus::cds

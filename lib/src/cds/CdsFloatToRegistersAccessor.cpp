@@ -1,0 +1,78 @@
+#include <orv/modbus/cds/CdsFloatToRegistersAccessor.h>
+
+#include <orv/modbus/cds/RegisterWords.h>
+#include <orv/modbus/cds/SaturatingCast.h>
+
+#include <utility>
+
+namespace orv::modbus::cds {
+
+namespace {
+
+constexpr const char* g_setDataMessage = "setData is not implemented for ByteOrder";
+constexpr const char* g_buildMessage = "buildArrayFromFloat is not implemented for ByteOrder";
+
+} // namespace
+
+CdsFloatToRegistersAccessor::CdsFloatToRegistersAccessor(std::shared_ptr<CdsDataAccessor> accessor)
+    : CdsRegistersAccessorBase(std::move(accessor))
+{
+    listenToCds(this);
+}
+
+CdsFloatToRegistersAccessor::CdsFloatToRegistersAccessor(CdsDataAccessor* accessor)
+    : CdsRegistersAccessorBase(accessor)
+{
+    listenToCds(this);
+}
+
+CdsFloatToRegistersAccessor::~CdsFloatToRegistersAccessor()
+{
+    stopListening();
+}
+
+void CdsFloatToRegistersAccessor::setData(const std::vector<uint16_t>& data)
+{
+    if (!isDataAvailable()) {
+        return;
+    }
+    cdsAccessor().setCValue(zu::CValue(RegisterWords::joinFloat(data, m_byteOrder, g_setDataMessage)));
+}
+
+std::vector<uint16_t> CdsFloatToRegistersAccessor::getData() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    return buildArrayFromFloat(cdsAccessor().getCValue().as_float());
+}
+
+std::string CdsFloatToRegistersAccessor::getDataRepresentation() const
+{
+    return describeWithByteOrder("UInt32 (");
+}
+
+std::string CdsFloatToRegistersAccessor::getStrValue() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    return std::to_string(SaturatingCast::toUint32(cdsAccessor().getCValue().as_float()));
+}
+
+uint16_t CdsFloatToRegistersAccessor::getSize() const
+{
+    return 2;
+}
+
+std::vector<uint16_t> CdsFloatToRegistersAccessor::buildArrayFromFloat(float value) const
+{
+    return RegisterWords::split(SaturatingCast::toUint32(value), m_byteOrder, g_buildMessage);
+}
+
+void CdsFloatToRegistersAccessor::callbackCdsEvent(const zu::CValue& value)
+{
+    publish([&] { return buildArrayFromFloat(value.as_float()); });
+}
+
+} // namespace orv::modbus::cds

@@ -1,0 +1,78 @@
+#include <orv/modbus/cds/CdsInt32Accessor.h>
+
+#include <orv/modbus/cds/RegisterWords.h>
+
+#include <utility>
+
+namespace orv::modbus::cds {
+
+namespace {
+
+constexpr const char* g_setDataMessage = "setData is not implemented for ByteOrder";
+constexpr const char* g_buildMessage = "buildArrayFromInt32 is not implemented for ByteOrder";
+
+} // namespace
+
+CdsInt32Accessor::CdsInt32Accessor(std::shared_ptr<CdsDataAccessor> accessor)
+    : CdsRegistersAccessorBase(std::move(accessor))
+{
+    listenToCds(this);
+}
+
+CdsInt32Accessor::CdsInt32Accessor(CdsDataAccessor* accessor)
+    : CdsRegistersAccessorBase(accessor)
+{
+    listenToCds(this);
+}
+
+CdsInt32Accessor::~CdsInt32Accessor()
+{
+    stopListening();
+}
+
+void CdsInt32Accessor::setData(const std::vector<uint16_t>& data)
+{
+    if (!isDataAvailable()) {
+        return;
+    }
+    const auto value = RegisterWords::join(data, m_byteOrder, g_setDataMessage);
+    cdsAccessor().setCValue(zu::CValue(static_cast<std::int32_t>(value)));
+}
+
+std::vector<uint16_t> CdsInt32Accessor::getData() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    return buildArrayFromInt32(cdsAccessor().getCValue().as_int32());
+}
+
+std::string CdsInt32Accessor::getDataRepresentation() const
+{
+    return describeWithByteOrder("Int32 (");
+}
+
+std::string CdsInt32Accessor::getStrValue() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    return std::to_string(cdsAccessor().getCValue().as_int32());
+}
+
+uint16_t CdsInt32Accessor::getSize() const
+{
+    return 2;
+}
+
+std::vector<uint16_t> CdsInt32Accessor::buildArrayFromInt32(int value) const
+{
+    return RegisterWords::split(static_cast<std::uint32_t>(value), m_byteOrder, g_buildMessage);
+}
+
+void CdsInt32Accessor::callbackCdsEvent(const zu::CValue& value)
+{
+    publish([&] { return buildArrayFromInt32(value.as_int32()); });
+}
+
+} // namespace orv::modbus::cds

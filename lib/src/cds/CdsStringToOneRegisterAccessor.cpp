@@ -1,0 +1,77 @@
+#include <orv/modbus/cds/CdsStringToOneRegisterAccessor.h>
+
+#include <stdexcept>
+#include <utility>
+
+namespace orv::modbus::cds {
+
+CdsStringToOneRegisterAccessor::CdsStringToOneRegisterAccessor(std::shared_ptr<CdsDataAccessor> accessor)
+    : CdsRegistersAccessorBase(std::move(accessor))
+{
+    listenToCds(this);
+}
+
+CdsStringToOneRegisterAccessor::CdsStringToOneRegisterAccessor(CdsDataAccessor* accessor)
+    : CdsRegistersAccessorBase(accessor)
+{
+    listenToCds(this);
+}
+
+CdsStringToOneRegisterAccessor::~CdsStringToOneRegisterAccessor()
+{
+    stopListening();
+}
+
+void CdsStringToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
+{
+    if (!isDataAvailable()) {
+        return;
+    }
+    cdsAccessor().setCValue(zu::CValue(std::to_string(data.at(0))));
+}
+
+std::vector<uint16_t> CdsStringToOneRegisterAccessor::getData() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    return buildArrayFromString(cdsAccessor().getCValue().as_string());
+}
+
+std::string CdsStringToOneRegisterAccessor::getDataRepresentation() const
+{
+    return "Uint16";
+}
+
+std::string CdsStringToOneRegisterAccessor::getStrValue() const
+{
+    if (!isDataAvailable()) {
+        return {};
+    }
+    const auto words = getData();
+    return words.empty() ? std::string() : std::to_string(words.front());
+}
+
+uint16_t CdsStringToOneRegisterAccessor::getSize() const
+{
+    return 1;
+}
+
+std::vector<uint16_t> CdsStringToOneRegisterAccessor::buildArrayFromString(const std::string& text) const
+{
+    if (text.empty()) {
+        return {};
+    }
+    const unsigned long value = std::stoul(text);
+    if (value > 0xFFFFul) {
+        throw std::overflow_error("Invalid conversion from unsigned long to short.");
+    }
+    return {static_cast<uint16_t>(value)};
+}
+
+void CdsStringToOneRegisterAccessor::callbackCdsEvent(const zu::CValue& value)
+{
+    publish([&] { return buildArrayFromString(value.as_string()); });
+}
+
+} // namespace orv::modbus::cds

@@ -1,0 +1,96 @@
+#include "FakeCdsDataAccessor.h"
+#include "PublishedWords.h"
+
+#include <orv/modbus/cds/CdsStringToOneRegisterAccessor.h>
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace orv::modbus::cds::test {
+namespace {
+
+using Words = std::vector<uint16_t>;
+
+Words served(const char* text)
+{
+    FakeCdsDataAccessor data{zu::CValue(text)};
+    return CdsStringToOneRegisterAccessor(&data).getData();
+}
+
+TEST(CdsStringToOneRegisterAccessorTest, DecimalTextBecomesOneRegister)
+{
+    EXPECT_EQ(served("42"), Words{42});
+    EXPECT_EQ(served(" 7x"), Words{7});
+    EXPECT_EQ(served("65535"), Words{65535});
+    EXPECT_EQ(served(""), Words{});
+}
+
+TEST(CdsStringToOneRegisterAccessorTest, TooLargeNumbersThrowTheOverflowError)
+{
+    try {
+        served("65536");
+        FAIL() << "no exception";
+    } catch (const std::overflow_error& error) {
+        EXPECT_STREQ(error.what(), "Invalid conversion from unsigned long to short.");
+    }
+    try {
+        served("99999999999999999999999");
+        FAIL() << "no exception";
+    } catch (const std::out_of_range& error) {
+        EXPECT_STREQ(error.what(), "stoul");
+    }
+}
+
+TEST(CdsStringToOneRegisterAccessorTest, TextWithoutDigitsThrowsTheInvalidArgumentError)
+{
+    try {
+        served("abc");
+        FAIL() << "no exception";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_STREQ(error.what(), "stoul");
+    }
+}
+
+TEST(CdsStringToOneRegisterAccessorTest, WriteStoresTheDecimalText)
+{
+    FakeCdsDataAccessor data(zu::CValue("0"));
+    CdsStringToOneRegisterAccessor accessor(&data);
+    accessor.setData({300});
+    accessor.setData({65535});
+    ASSERT_EQ(data.written().size(), 2u);
+    EXPECT_EQ(data.written()[0], zu::CValue("300"));
+    EXPECT_EQ(data.written()[1], zu::CValue("65535"));
+    EXPECT_THROW(accessor.setData({}), std::out_of_range);
+}
+
+TEST(CdsStringToOneRegisterAccessorTest, ABadChangeLeavesTheEntryUncalledAndReachesTheNotifier)
+{
+    FakeCdsDataAccessor data(zu::CValue("1"));
+    CdsStringToOneRegisterAccessor accessor(&data);
+    PublishedWords published;
+    accessor.setCallback(published.callback());
+    data.change(zu::CValue("12"));
+    EXPECT_EQ(published.last(), Words{12});
+    EXPECT_THROW(data.change(zu::CValue("70000")), std::overflow_error);
+    EXPECT_EQ(published.count(), 1u);
+}
+
+TEST(CdsStringToOneRegisterAccessorTest, TextRepresentationAndUnavailability)
+{
+    FakeCdsDataAccessor data(zu::CValue("0042"));
+    CdsStringToOneRegisterAccessor accessor(&data);
+    EXPECT_EQ(accessor.getStrValue(), "42");
+    EXPECT_EQ(accessor.getDataRepresentation(), "Uint16");
+    EXPECT_EQ(accessor.getSize(), 1);
+
+    FakeCdsDataAccessor missing(zu::CValue("5"), false);
+    CdsStringToOneRegisterAccessor unavailable(&missing);
+    EXPECT_TRUE(unavailable.getData().empty());
+    EXPECT_EQ(unavailable.getStrValue(), "");
+    unavailable.setData({1});
+    EXPECT_TRUE(missing.written().empty());
+}
+
+} // namespace
+} // namespace orv::modbus::cds::test
