@@ -111,7 +111,10 @@ TEST(DeserializerTest, DeepNestingDoesNotExhaustTheStack)
 TEST(DeserializerTest, DeepNestingWithAnErrorAtTheBottomThrows)
 {
     constexpr std::size_t depth = 100000;
-    expectInvalidJson(std::string(depth, '[') + "x" + std::string(depth, ']'));
+    std::string text(depth, '[');
+    text.push_back('x');
+    text.append(depth, ']');
+    expectInvalidJson(text);
 }
 
 // The shape of the gateway's persistent configuration, walked the way the

@@ -145,8 +145,22 @@ void ModbusMap::attachEntries(const std::vector<std::shared_ptr<ModbusMapEntry>>
 ModbusMap::~ModbusMap()
 {
     SPDLOG_LOGGER_DEBUG(logger(), "Deleting the mapping...");
+    releaseEntries();
     modbus_mapping_free(m_pMapping);
     SPDLOG_LOGGER_DEBUG(logger(), "Deleting the mapping...Done.");
+}
+
+// Data-store notifications may still arrive on another thread and write into
+// the tables through an entry. Detach every entry and drop it (its accessor
+// stops listening when it goes) before the tables are freed.
+void ModbusMap::releaseEntries()
+{
+    for (EntryIndex* index : {&m_discretes, &m_inputRegisters, &m_holdingRegisters, &m_legacyRegisters}) {
+        for (const auto& [address, entry] : *index) {
+            entry->setMapping(nullptr);
+        }
+        index->clear();
+    }
 }
 
 void ModbusMap::registerEntry(const std::shared_ptr<ModbusMapEntry>& entry)

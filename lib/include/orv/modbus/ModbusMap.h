@@ -77,6 +77,7 @@ private:
     using EntrySet = std::map<std::pair<uint16_t, int>, std::shared_ptr<ModbusMapEntry>>;
 
     void registerEntry(const std::shared_ptr<ModbusMapEntry>& entry);
+    void releaseEntries();
     EntryIndex& indexOf(int type);
     void allocateMapping();
     // Fills the tables from the entries' accessors.
