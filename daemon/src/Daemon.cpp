@@ -1,0 +1,119 @@
+#include "Daemon.h"
+
+#include "Simulator.h"
+#include "StatisticCounters.h"
+
+#include <cdsapi/DataStore.h>
+#include <orv/logging/Logger.h>
+#include <orv/modbus/ModbusMapSettings.h>
+#include <orv/modbus/ModbusServer.h>
+#include <orv/modbus/SupportedMaps.h>
+
+#include <cerrno>
+#include <ctime>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <regex>
+
+namespace orv::modbusd {
+namespace {
+
+std::shared_ptr<spdlog::logger> logger()
+{
+    return logging::getLogger("orv-gw-modbusd");
+}
+
+void loadMaps(const DaemonConfig& config)
+{
+    for (const MapPlugin& map : config.maps) {
+        try {
+            modbus::SupportedMaps::createMapping(map.id, map.library.string());
+        } catch (const std::exception& error) {
+            throw std::runtime_error("map \"" + map.id + "\" from " + map.library.string() + ": " + error.what());
+        }
+    }
+}
+
+std::shared_ptr<modbus::ModbusMapSettings> makeSettings(const UnitAssignment& unit)
+{
+    std::vector<std::regex> patterns(unit.allowedAddresses.begin(), unit.allowedAddresses.end());
+    return std::make_shared<modbus::ModbusMapSettings>(modbus::SupportedMaps::getInstance().getMap(unit.mapId),
+                                                       unit.oneBasedAddresses, unit.readOnly, unit.skipReadChecks,
+                                                       patterns);
+}
+
+} // namespace
+
+Daemon::Daemon(const CommandLine& commandLine)
+    : m_commandLine(commandLine)
+    , m_config(DaemonConfig::load(commandLine.config))
+{
+    if (m_commandLine.tcpPort) {
+        m_config.server.tcpPort = *m_commandLine.tcpPort;
+    }
+    // Every thread started from here on inherits the blocked stop signals,
+    // so that only waitForStopSignal receives them.
+    sigemptyset(&m_stopSignals);
+    sigaddset(&m_stopSignals, SIGINT);
+    sigaddset(&m_stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &m_stopSignals, nullptr);
+
+    if (m_config.seedFile) {
+        cdsapi::DataStore::instance().loadSeedFile(m_config.seedFile->string());
+    }
+    loadMaps(m_config);
+}
+
+int Daemon::run()
+{
+    std::optional<Simulator> simulator;
+    if (m_config.simulator.enabled) {
+        simulator.emplace(m_config.simulator);
+    }
+    auto counters = std::make_shared<StatisticCounters>();
+    modbus::ModbusServer server(m_config.server, counters, m_commandLine.modbusDebug);
+    server.run(buildMapsConfiguration());
+    if (m_config.server.tcpEnabled) {
+        std::cout << "orv-gw-modbusd: serving Modbus TCP on port " << m_config.server.tcpPort
+                  << " of every IPv4 and IPv6 address" << std::endl;
+    }
+    if (m_config.server.rtuEnabled) {
+        std::cout << "orv-gw-modbusd: serving Modbus RTU on " << m_config.server.rtuDevice << std::endl;
+    }
+
+    const auto logSummary = [&counters] { SPDLOG_LOGGER_INFO(logger(), "statistics: {}", counters->summary()); };
+    waitForStopSignal(logSummary);
+    server.stop();
+    logSummary();
+    return 0;
+}
+
+modbus::ModbusMapsConfiguration Daemon::buildMapsConfiguration() const
+{
+    modbus::ModbusMapsConfiguration maps;
+    for (const UnitAssignment& unit : m_config.tcpUnits) {
+        maps.tcpMaps[unit.unitId] = makeSettings(unit);
+    }
+    for (const UnitAssignment& unit : m_config.rtuUnits) {
+        maps.rtuMaps[unit.unitId] = makeSettings(unit);
+    }
+    return maps;
+}
+
+void Daemon::waitForStopSignal(const std::function<void()>& everyInterval) const
+{
+    const timespec interval{static_cast<std::time_t>(m_config.statisticsInterval.count()), 0};
+    for (;;) {
+        const int signal = sigtimedwait(&m_stopSignals, nullptr, &interval);
+        if (signal == SIGINT || signal == SIGTERM) {
+            SPDLOG_LOGGER_INFO(logger(), "stopping on signal {}", signal);
+            return;
+        }
+        if (signal == -1 && errno == EAGAIN) {
+            everyInterval();
+        }
+    }
+}
+
+} // namespace orv::modbusd

@@ -1,0 +1,33 @@
+#pragma once
+// orv-gw-modbusd: loads the data-store seed, builds the maps from their
+// plug-ins, assigns them to unit ids, serves them until SIGINT or SIGTERM,
+// and logs a summary of the traffic every interval and at shutdown.
+
+#include "CommandLine.h"
+#include "DaemonConfig.h"
+
+#include <orv/modbus/ModbusMapsConfiguration.h>
+
+#include <csignal>
+
+namespace orv::modbusd {
+
+class Daemon {
+public:
+    // Everything that can be wrong with the files is found here, before any
+    // port is opened; throws std::runtime_error naming file and key.
+    explicit Daemon(const CommandLine& commandLine);
+
+    // Serves until SIGINT or SIGTERM; returns the exit status.
+    int run();
+
+private:
+    modbus::ModbusMapsConfiguration buildMapsConfiguration() const;
+    void waitForStopSignal(const std::function<void()>& everyInterval) const;
+
+    CommandLine m_commandLine;
+    DaemonConfig m_config;
+    sigset_t m_stopSignals{};
+};
+
+} // namespace orv::modbusd

@@ -1,0 +1,135 @@
+#include "JsonNode.h"
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace orv::modbusd {
+
+JsonNode::JsonNode(const nlohmann::json& value, std::string file, std::string path)
+    : m_value(value)
+    , m_file(std::move(file))
+    , m_path(std::move(path))
+{
+}
+
+nlohmann::json JsonNode::parseFile(const std::filesystem::path& file)
+{
+    std::ifstream stream(file);
+    if (!stream) {
+        throw std::runtime_error(file.string() + ": cannot open the file");
+    }
+    try {
+        return nlohmann::json::parse(stream, nullptr, true, true);
+    } catch (const nlohmann::json::parse_error& error) {
+        throw std::runtime_error(file.string() + ": not valid JSON: " + error.what());
+    }
+}
+
+bool JsonNode::has(const std::string& key) const
+{
+    expectObject();
+    return m_value.contains(key);
+}
+
+JsonNode JsonNode::member(const std::string& key) const
+{
+    expectObject();
+    const auto found = m_value.find(key);
+    if (found == m_value.end()) {
+        fail("missing key \"" + key + "\"");
+    }
+    return JsonNode(*found, m_file, m_path + "/" + key);
+}
+
+std::optional<JsonNode> JsonNode::optionalMember(const std::string& key) const
+{
+    if (!has(key)) {
+        return std::nullopt;
+    }
+    return member(key);
+}
+
+std::vector<JsonNode> JsonNode::elements() const
+{
+    if (!m_value.is_array()) {
+        fail("expected an array");
+    }
+    std::vector<JsonNode> result;
+    result.reserve(m_value.size());
+    for (std::size_t i = 0; i < m_value.size(); ++i) {
+        result.emplace_back(m_value[i], m_file, m_path + "/" + std::to_string(i));
+    }
+    return result;
+}
+
+bool JsonNode::boolean() const
+{
+    if (!m_value.is_boolean()) {
+        fail("expected true or false");
+    }
+    return m_value.get<bool>();
+}
+
+std::int64_t JsonNode::integer(std::int64_t minimum, std::int64_t maximum) const
+{
+    const auto outOfRange = [&] {
+        fail("expected an integer from " + std::to_string(minimum) + " to " + std::to_string(maximum)
+             + ", got " + m_value.dump());
+    };
+    if (!m_value.is_number_integer()) {
+        outOfRange();
+    }
+    // Large unsigned values do not fit an int64_t; compare them unsigned.
+    if (m_value.is_number_unsigned() && m_value.get<std::uint64_t>() > static_cast<std::uint64_t>(maximum)) {
+        outOfRange();
+    }
+    const auto value = m_value.get<std::int64_t>();
+    if (value < minimum || value > maximum) {
+        outOfRange();
+    }
+    return value;
+}
+
+double JsonNode::number() const
+{
+    if (!m_value.is_number()) {
+        fail("expected a number");
+    }
+    return m_value.get<double>();
+}
+
+std::string JsonNode::text() const
+{
+    if (!m_value.is_string()) {
+        fail("expected a string");
+    }
+    return m_value.get<std::string>();
+}
+
+bool JsonNode::booleanOr(const std::string& key, bool fallback) const
+{
+    const auto node = optionalMember(key);
+    return node ? node->boolean() : fallback;
+}
+
+std::int64_t JsonNode::integerOr(const std::string& key, std::int64_t minimum, std::int64_t maximum,
+                                 std::int64_t fallback) const
+{
+    const auto node = optionalMember(key);
+    return node ? node->integer(minimum, maximum) : fallback;
+}
+
+void JsonNode::fail(const std::string& problem) const
+{
+    throw std::runtime_error(m_file + ": " + (m_path.empty() ? "/" : m_path) + ": " + problem);
+}
+
+void JsonNode::expectObject() const
+{
+    if (!m_value.is_object()) {
+        fail("expected an object");
+    }
+}
+
+} // namespace orv::modbusd

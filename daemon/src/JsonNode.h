@@ -1,0 +1,48 @@
+#pragma once
+// A read-only view of one node of a parsed JSON document that knows where it
+// stands (file and JSON pointer path), so that every complaint about the
+// configuration names both.
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orv::modbusd {
+
+class JsonNode {
+public:
+    JsonNode(const nlohmann::json& value, std::string file, std::string path);
+
+    // Parses a whole file; a missing file or invalid JSON throws with the
+    // file name and the parser's own message.
+    static nlohmann::json parseFile(const std::filesystem::path& file);
+
+    bool has(const std::string& key) const;
+    JsonNode member(const std::string& key) const;
+    std::optional<JsonNode> optionalMember(const std::string& key) const;
+    std::vector<JsonNode> elements() const;
+
+    bool boolean() const;
+    std::int64_t integer(std::int64_t minimum, std::int64_t maximum) const;
+    double number() const;
+    std::string text() const;
+
+    bool booleanOr(const std::string& key, bool fallback) const;
+    std::int64_t integerOr(const std::string& key, std::int64_t minimum, std::int64_t maximum,
+                           std::int64_t fallback) const;
+
+    [[noreturn]] void fail(const std::string& problem) const;
+
+private:
+    void expectObject() const;
+
+    const nlohmann::json& m_value;
+    std::string m_file;
+    std::string m_path;
+};
+
+} // namespace orv::modbusd

@@ -1,0 +1,40 @@
+#pragma once
+// Moves a few measured values through the data store's service side, as a
+// device driver would, so that a Modbus client of the demo sees them change.
+
+#include "DaemonConfig.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace orv::modbusd {
+
+class Simulator {
+public:
+    // Looks the channels up now; a channel that does not exist is an error.
+    explicit Simulator(const SimulatorSettings& settings);
+
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+
+private:
+    struct Target {
+        std::uint64_t channelId;
+        float minimum;
+        float maximum;
+    };
+
+    void run(std::stop_token stop);
+    void step(unsigned tick);
+
+    std::vector<Target> m_targets;
+    std::chrono::milliseconds m_period;
+    std::mutex m_mutex;
+    std::condition_variable_any m_wake;
+    std::jthread m_thread; // last: stopped and joined first
+};
+
+} // namespace orv::modbusd

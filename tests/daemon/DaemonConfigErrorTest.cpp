@@ -1,0 +1,195 @@
+// Every way the daemon's files can be wrong ends the daemon before it opens a
+// port, with a non-zero status and a message naming the file and the key.
+
+#include "ChildProcess.h"
+#include "FreePort.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+namespace {
+
+using namespace std::chrono_literals;
+using orv::test::ChildProcess;
+
+class DaemonConfigErrorTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_dir = std::filesystem::temp_directory_path()
+                / ("orv-daemon-config-" + std::to_string(::getpid()) + "-"
+                   + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        std::filesystem::create_directories(m_dir);
+        m_port = orv::test::freeTcpPort();
+    }
+
+    void TearDown() override { std::filesystem::remove_all(m_dir); }
+
+    std::string write(const std::string& name, const std::string& text)
+    {
+        const auto path = m_dir / name;
+        std::ofstream(path) << text;
+        return path.string();
+    }
+
+    // A configuration that is good but for what `edit` replaces in it.
+    std::string config(const std::string& tcpUnits = R"([{"unitId": 1, "map": "demo", "allowedAddresses": ["^127\\.0\\.0\\.1$"]}])",
+                       const std::string& plugin = ORV_DEMO_PLUGIN, const std::string& seed = ORV_DEMO_SEED)
+    {
+        return R"({"server": {"tcp": {"enabled": true, "port": 1502}},
+                   "maps": [{"id": "demo", "plugin": ")"
+               + plugin + R"("}],
+                   "tcpUnits": )"
+               + tcpUnits + R"(,
+                   "dataStore": {"seedFile": ")"
+               + seed + R"("}})";
+    }
+
+    // Runs the daemon on `configPath`; expects it to fail before listening
+    // and returns its standard error.
+    std::string runExpectingFailure(const std::string& configPath)
+    {
+        ChildProcess daemon(ORV_DAEMON_BINARY, {"--config", configPath, "--tcp-port", std::to_string(m_port)});
+        const auto status = daemon.waitForExit(20s);
+        EXPECT_TRUE(status.has_value()) << "the daemon did not stop on a bad configuration";
+        EXPECT_NE(status.value_or(0), 0);
+        EXPECT_EQ(daemon.standardOutput().find("serving"), std::string::npos) << daemon.standardOutput();
+        EXPECT_FALSE(orv::test::isListening(m_port));
+        return daemon.standardError();
+    }
+
+    std::filesystem::path m_dir;
+    std::uint16_t m_port = 0;
+};
+
+TEST_F(DaemonConfigErrorTest, GoodConfigurationIsAccepted)
+{
+    const std::string path = write("good.json", config());
+    ChildProcess daemon(ORV_DAEMON_BINARY, {"--config", path, "--tcp-port", std::to_string(m_port)});
+    ASSERT_TRUE(daemon.waitForOutput("serving Modbus TCP on port " + std::to_string(m_port), 20s))
+        << daemon.standardError();
+    EXPECT_TRUE(orv::test::isListening(m_port));
+    daemon.signal(SIGINT);
+    EXPECT_EQ(daemon.waitForExit(10s), 0);
+}
+
+TEST_F(DaemonConfigErrorTest, MissingFileIsNamed)
+{
+    const std::string path = (m_dir / "absent.json").string();
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path), std::string::npos) << error;
+    EXPECT_NE(error.find("cannot open"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, TextThatIsNotJsonIsNamed)
+{
+    const std::string path = write("broken.json", "{\"server\": ");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": not valid JSON"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, WrongShapeNamesTheKey)
+{
+    const std::string path = write("shape.json", R"({"server": 5, "maps": []})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /server: expected an object"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, MissingMapsKeyIsNamed)
+{
+    const std::string path = write("nomaps.json", R"({"server": {}})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /: missing key \"maps\""), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, UnitIdAbove247IsRefused)
+{
+    const std::string path = write("unit.json", config(R"([{"unitId": 248, "map": "demo", "allowedAddresses": []}])"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /tcpUnits/0/unitId: expected an integer from 0 to 247, got 248"),
+              std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, NegativeUnitIdIsRefused)
+{
+    const std::string path = write("unit.json", config(R"([{"unitId": -1, "map": "demo", "allowedAddresses": []}])"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find("/tcpUnits/0/unitId"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, BadRegularExpressionIsNamed)
+{
+    const std::string path
+        = write("regex.json", config(R"([{"unitId": 1, "map": "demo", "allowedAddresses": ["^127", "(["]}])"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /tcpUnits/0/allowedAddresses/1: bad regular expression \"([\""),
+              std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, UnknownMapOfAUnitIsNamed)
+{
+    const std::string path
+        = write("map.json", config(R"([{"unitId": 1, "map": "other", "allowedAddresses": ["x"]}])"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /tcpUnits/0/map: no map \"other\""), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, PluginThatFailsToLoadGivesTheLoaderMessage)
+{
+    const std::string plugin = (m_dir / "no-such-plugin.so").string();
+    const std::string path = write("plugin.json", config(R"([])", plugin));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find("map \"demo\" from " + plugin + ": Couldn't dlopen library " + plugin), std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, PluginWithoutFactoryGivesTheSymbolMessage)
+{
+    // Any shared library without "createMap" will do: the daemon's own
+    // dependency, libmodbus, is one.
+    const std::string path = write("symbol.json", config(R"([])", "libmodbus.so.5"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find("Couldn't get createMap symbol from library"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, MissingSeedFileIsNamed)
+{
+    const std::string seed = (m_dir / "absent-seed.json").string();
+    const std::string path = write("seed.json", config(R"([])", ORV_DEMO_PLUGIN, seed));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(seed), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, SeedWithBadShapeNamesFileAndPath)
+{
+    const std::string seed = write("bad-seed.json", R"({"devices": [{"name": "x", "channels": [{"name": "c", "kind": "flaot"}]}]})");
+    const std::string path = write("seed.json", config(R"([])", ORV_DEMO_PLUGIN, seed));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(seed), std::string::npos) << error;
+    EXPECT_NE(error.find("/devices/0/channels/0/kind"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, BadCommandLineIsRefusedWithUsage)
+{
+    ChildProcess daemon(ORV_DAEMON_BINARY, {"--tcp-port", "70000", "--config", "x.json"});
+    EXPECT_EQ(daemon.waitForExit(10s), 2);
+    EXPECT_NE(daemon.standardError().find("--tcp-port takes a port number from 1 to 65535"), std::string::npos);
+    EXPECT_NE(daemon.standardError().find("Usage: orv-gw-modbusd"), std::string::npos);
+}
+
+TEST_F(DaemonConfigErrorTest, HelpAndVersionExitZero)
+{
+    ChildProcess help(ORV_DAEMON_BINARY, {"--help"});
+    EXPECT_EQ(help.waitForExit(10s), 0);
+    EXPECT_NE(help.standardOutput().find("--tcp-port N"), std::string::npos);
+    ChildProcess version(ORV_DAEMON_BINARY, {"--version"});
+    EXPECT_EQ(version.waitForExit(10s), 0);
+    EXPECT_NE(version.standardOutput().find("orv-gw-modbusd 2.0.0"), std::string::npos);
+}
+
+} // namespace
