@@ -3,7 +3,7 @@
 JOBS ?= $(shell nproc)
 BUILD ?= build
 ASAN_BUILD ?= build-asan
-DEMO_CONFIG ?= maps/demo/demo-config.json
+DEMO_CONFIG ?= $(BUILD)/maps/demo/demo-config.json
 
 .PHONY: all deps build build-asan test test-normal test-asan demo bench clean
 

@@ -8,7 +8,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
 
 namespace {
 
@@ -35,7 +34,7 @@ protected:
         return path.string();
     }
 
-    // A configuration that is good but for what `edit` replaces in it.
+    // A good configuration, but for the units, plug-in or seed given.
     std::string config(const std::string& tcpUnits = R"([{"unitId": 1, "map": "demo", "allowedAddresses": ["^127\\.0\\.0\\.1$"]}])",
                        const std::string& plugin = ORV_DEMO_PLUGIN, const std::string& seed = ORV_DEMO_SEED)
     {
@@ -150,9 +149,7 @@ TEST_F(DaemonConfigErrorTest, PluginThatFailsToLoadGivesTheLoaderMessage)
 
 TEST_F(DaemonConfigErrorTest, PluginWithoutFactoryGivesTheSymbolMessage)
 {
-    // Any shared library without "createMap" will do: the daemon's own
-    // dependency, libmodbus, is one.
-    const std::string path = write("symbol.json", config(R"([])", "libmodbus.so.5"));
+    const std::string path = write("symbol.json", config(R"([])", ORV_TEST_NO_FACTORY_PLUGIN));
     const std::string error = runExpectingFailure(path);
     EXPECT_NE(error.find("Couldn't get createMap symbol from library"), std::string::npos) << error;
 }

@@ -1,5 +1,7 @@
 #include <orv/modbus/SupportedMaps.h>
 
+#include <orv/modbus/cds/CdsInBandAccessor.h>
+
 #include <orv/logging/Logger.h>
 
 #include <stdexcept>
@@ -44,10 +46,12 @@ SupportedMaps::CreateMapFunction findFactory(void* handle)
 
 SupportedMaps::SupportedMaps()
 {
-    // The registered maps log when they are destroyed at exit, so the
-    // logging library must outlive this instance: setting it up first makes
-    // it be torn down last.
+    // The registered maps are destroyed at exit, after main: they log, and
+    // their data-store accessors unsubscribe through the shared data-store
+    // client. Both must outlive this instance; setting them up first makes
+    // them be torn down last.
     orv::logging::getLogger("ModbusServer");
+    cds::CdsInBandAccessor::getInstance();
 }
 
 SupportedMaps& SupportedMaps::getInstance()

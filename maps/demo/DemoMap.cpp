@@ -1,0 +1,162 @@
+// The demo map: a meter, its three phases, an I/O module and the gateway
+// itself, served through every register accessor of the library. Built
+// against the installed headers as any outside plug-in is, and loaded by
+// orv-gw-modbusd through its "createMap" factory.
+//
+// All register kinds share one pair of tables sized by the legacy entry at
+// 100, so that entry stays the highest register address of the map.
+
+#include <orv/modbus/HoldingRegisters.h>
+#include <orv/modbus/LegacyRegisters.h>
+#include <orv/modbus/ModbusMap.h>
+#include <orv/modbus/Registers.h>
+#include <orv/modbus/cds/CdsBooleanToOneRegisterAccessor.h>
+#include <orv/modbus/cds/CdsChannelAccessor.h>
+#include <orv/modbus/cds/CdsFloatAccessor.h>
+#include <orv/modbus/cds/CdsFloatToOneRegisterAccessor.h>
+#include <orv/modbus/cds/CdsFloatToRegistersAccessor.h>
+#include <orv/modbus/cds/CdsInt32Accessor.h>
+#include <orv/modbus/cds/CdsInt32ToOneRegisterAccessor.h>
+#include <orv/modbus/cds/CdsStringAccessor.h>
+#include <orv/modbus/cds/CdsStringToOneRegisterAccessor.h>
+#include <orv/modbus/cds/CdsUint32Accessor.h>
+#include <orv/modbus/cds/CdsUint32ToOneRegisterAccessor.h>
+
+#include <memory>
+#include <vector>
+
+namespace {
+
+using namespace orv::modbus;
+using cds::CdsChannelAccessor;
+using cds::DataType;
+
+constexpr const char* g_meter = "meter-1";
+constexpr std::uint64_t g_meterId = 100;
+constexpr std::uint64_t g_gatewayId = 1;
+constexpr const char* g_ioModule = "io-module";
+constexpr std::uint64_t g_ioModuleId = 200;
+
+// A float served in CDAB whatever the map's word order, so that one map
+// shows both orders.
+class CdabFloatAccessor : public cds::CdsFloatAccessor {
+public:
+    using CdsFloatAccessor::CdsFloatAccessor;
+    void setByteOrder(ByteOrder) override { CdsFloatAccessor::setByteOrder(ByteOrder::CDAB); }
+};
+
+std::shared_ptr<CdsChannelAccessor> channel(const std::string& device, const std::string& name,
+                                            DataType type = DataType::ChannelValue)
+{
+    return std::make_shared<CdsChannelAccessor>(device, name, type);
+}
+
+std::shared_ptr<CdsChannelAccessor> channel(std::uint64_t device, const std::string& name)
+{
+    return std::make_shared<CdsChannelAccessor>(device, name, DataType::ChannelValue);
+}
+
+std::shared_ptr<CdsChannelAccessor> phaseVoltage(unsigned phase)
+{
+    return std::make_shared<CdsChannelAccessor>(g_meterId, std::vector<unsigned>{phase}, "Voltage",
+                                                DataType::ChannelValue);
+}
+
+void addMeasurements(std::vector<ModbusMapEntry*>& entries)
+{
+    using cds::ValueKind;
+    entries.push_back(new Registers(0, new cds::CdsFloatAccessor(channel(g_meter, "Voltage"), 1.0f, 1), false,
+                                    "Voltage", "Meter voltage, float ABCD", "V"));
+    entries.push_back(new Registers(2, new CdabFloatAccessor(channel(g_meter, "Frequency"), 1.0f, 2), false,
+                                    "Frequency (CDAB)", "Meter frequency, float CDAB", "Hz"));
+    entries.push_back(new Registers(4, new cds::CdsFloatAccessor(channel(g_meter, "Current"), 1.0f, 2), false,
+                                    "Current", "Meter current, float ABCD", "A"));
+    entries.push_back(new Registers(6, new cds::CdsUint32Accessor(channel(g_meter, "Energy")), false, "Energy",
+                                    "Meter energy counter, unsigned 32-bit", "Wh"));
+    entries.push_back(new Registers(8, new cds::CdsInt32Accessor(channel(g_ioModuleId, "Counter")), false,
+                                    "Counter", "I/O module counter, signed 32-bit (device by id)", ""));
+    entries.push_back(new Registers(
+        10, new cds::CdsFloatToOneRegisterAccessor(channel(g_meter, "Frequency"), 100.0f, 0.0f, ValueKind::Unsigned),
+        false, "Frequency", "Meter frequency x 100, unsigned 16-bit", "cHz"));
+    entries.push_back(new Registers(11, new cds::CdsInt32ToOneRegisterAccessor(channel(g_meter, "TemperatureOffset"), 1.0f),
+                                    false, "Temperature offset", "Signed 32-bit value, low 16 bits", "K"));
+    entries.push_back(new Registers(
+        12, new cds::CdsFloatToOneRegisterAccessor(channel(g_meter, "PowerFactor"), 1000.0f, 0.0f, ValueKind::Signed),
+        false, "Power factor", "Power factor x 1000, clamped to signed 16-bit", ""));
+    entries.push_back(new Registers(
+        13, new cds::CdsFloatToOneRegisterAccessor(channel(g_meter, "ActivePower"), 10.0f, 0.0f, ValueKind::Unsigned),
+        false, "Active power", "Active power x 10, clamped to 65535", "dW"));
+}
+
+void addStatusAndTexts(std::vector<ModbusMapEntry*>& entries)
+{
+    entries.push_back(new Registers(
+        14, new cds::CdsUint32ToOneRegisterAccessor(channel(g_meter, "Status"), cds::BitmaskOp::Xor, 0x0001u, 0u),
+        false, "Status", "Status word with bit 0 inverted", ""));
+    entries.push_back(new Registers(15, new cds::CdsBooleanToOneRegisterAccessor(channel(g_meter, "Tamper")), false,
+                                    "Tamper", "Tamper switch, 0 or 1", ""));
+    entries.push_back(new Registers(16, new cds::CdsStringToOneRegisterAccessor(channel(g_meter, "ModbusAddress")),
+                                    false, "Modbus address", "Numeric text served as a number", ""));
+    entries.push_back(new Registers(17, new cds::CdsStringAccessor(5, channel(g_meter, "Serial")), false,
+                                    "Serial number", "Ten characters, two per register", ""));
+}
+
+void addPhasesAndGateway(std::vector<ModbusMapEntry*>& entries)
+{
+    for (unsigned phase = 0; phase < 3; ++phase) {
+        const std::string name = "Voltage L" + std::to_string(phase + 1);
+        entries.push_back(new Registers(static_cast<uint16_t>(22 + 2 * phase),
+                                        new cds::CdsFloatAccessor(phaseVoltage(phase), 1.0f, 1), false, name,
+                                        name + ", sub-device " + std::to_string(phase) + " of the meter", "V"));
+    }
+    entries.push_back(new Registers(28, new cds::CdsFloatToRegistersAccessor(channel(g_meter, "ActivePower")), false,
+                                    "Active power (integer)", "Float served as unsigned 32-bit", "W"));
+    entries.push_back(new Registers(30, new cds::CdsFloatAccessor(channel(g_gatewayId, "Temperature"), 1.0f, 1),
+                                    false, "Gateway temperature", "Gateway temperature (device by id)", "degC"));
+    entries.push_back(new Registers(32, new cds::CdsUint32Accessor(channel(g_gatewayId, "Uptime")), false, "Uptime",
+                                    "Gateway uptime", "s"));
+    entries.push_back(new Registers(
+        34, new cds::CdsFloatAccessor(channel(g_meter, "Voltage", DataType::AlarmTriggerThreshold3), 1.0f, 1), false,
+        "Voltage high-high threshold", "Alarm trigger threshold 3 of the meter voltage", "V"));
+    entries.push_back(new Registers(
+        36, new cds::CdsBooleanToOneRegisterAccessor(channel(g_meter, "Voltage", DataType::AlarmEnabled)), false,
+        "Voltage alarm enabled", "Alarm of the meter voltage enabled, 0 or 1", ""));
+}
+
+void addSettings(std::vector<ModbusMapEntry*>& entries)
+{
+    using cds::ValueKind;
+    entries.push_back(new HoldingRegisters(0, new cds::CdsFloatAccessor(channel(g_meter, "Setpoint"), 1.0f, 1), true,
+                                           "Setpoint", "Meter set point, float ABCD", "degC"));
+    entries.push_back(new HoldingRegisters(
+        2,
+        new cds::CdsFloatToOneRegisterAccessor(channel(g_meter, "Voltage", DataType::AlarmHysteresis), 10.0f, 0.0f,
+                                               ValueKind::Unsigned),
+        true, "Voltage alarm hysteresis", "Hysteresis x 10", "dV"));
+    entries.push_back(new HoldingRegisters(
+        3, new cds::CdsInt32ToOneRegisterAccessor(channel(g_meter, "Voltage", DataType::AlarmLevel), 1.0f), true,
+        "Voltage alarm level", "Alarm level of the meter voltage", ""));
+    entries.push_back(new HoldingRegisters(4, new cds::CdsBooleanToOneRegisterAccessor(channel(g_meter, "Enabled")),
+                                           true, "Enabled", "Meter enabled, 0 or 1", ""));
+    entries.push_back(new HoldingRegisters(5, new cds::CdsStringAccessor(8, channel(g_ioModule, "Label")), true,
+                                           "Label", "I/O module label, up to 16 characters", ""));
+    entries.push_back(new HoldingRegisters(13, new cds::CdsInt32ToOneRegisterAccessor(channel(g_meter, "Mode"), 1.0f),
+                                           true, "Mode", "Operating mode", ""));
+    entries.push_back(new HoldingRegisters(14, new cds::CdsBooleanToOneRegisterAccessor(channel(g_ioModule, "Relay1")),
+                                           true, "Relay 1", "I/O module relay, 0 or 1", ""));
+    entries.push_back(new LegacyRegisters(100, new cds::CdsFloatAccessor(channel(g_meter, "Frequency"), 1.0f, 2), true,
+                                          "Frequency (legacy)", "Meter frequency, float ABCD, read with 3 or 4",
+                                          "Hz"));
+}
+
+} // namespace
+
+extern "C" ModbusMap* createMap()
+{
+    std::vector<ModbusMapEntry*> entries;
+    addMeasurements(entries);
+    addStatusAndTexts(entries);
+    addPhasesAndGateway(entries);
+    addSettings(entries);
+    return new ModbusMap("demo", entries, nullptr, ByteOrder::ABCD);
+}

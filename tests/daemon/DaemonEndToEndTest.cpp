@@ -1,0 +1,126 @@
+// The built daemon on the demo configuration, driven by mbpoll: a Modbus
+// master this team did not write.
+
+#include "ChildProcess.h"
+#include "FreePort.h"
+#include "WaitUntil.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <map>
+#include <regex>
+#include <string>
+
+namespace {
+
+using namespace std::chrono_literals;
+using orv::test::ChildProcess;
+
+class DaemonEndToEndTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_port = orv::test::freeTcpPort();
+        m_daemon = std::make_unique<ChildProcess>(
+            ORV_DAEMON_BINARY, std::vector<std::string>{"--config", ORV_DEMO_CONFIG, "--tcp-port", std::to_string(m_port)});
+        ASSERT_TRUE(m_daemon->waitForOutput("serving Modbus TCP on port " + std::to_string(m_port), 30s))
+            << m_daemon->standardError();
+    }
+
+    // Runs mbpoll once against the daemon (0-based references) and returns
+    // the values it printed, by reference.
+    std::map<int, std::string> mbpoll(const std::string& arguments)
+    {
+        const std::string command = "mbpoll -m tcp -a 1 -p " + std::to_string(m_port) + " -0 -1 -o 2 " + arguments;
+        int status = -1;
+        const std::string output = orv::test::runAndCapture(command, 10s, &status);
+        EXPECT_EQ(status, 0) << command << "\n" << output;
+        std::map<int, std::string> values;
+        static const std::regex g_line(R"(\[(\d+)\]:\s+(\S+))");
+        for (auto it = std::sregex_iterator(output.begin(), output.end(), g_line); it != std::sregex_iterator(); ++it) {
+            values[std::stoi((*it)[1])] = (*it)[2];
+        }
+        return values;
+    }
+
+    float readFloat(const std::string& arguments) { return std::stof(mbpoll(arguments).at(referenceOf(arguments))); }
+
+    static int referenceOf(const std::string& arguments)
+    {
+        std::smatch match;
+        std::regex_search(arguments, match, std::regex(R"(-r (\d+))"));
+        return std::stoi(match[1]);
+    }
+
+    std::uint16_t m_port = 0;
+    std::unique_ptr<ChildProcess> m_daemon;
+};
+
+TEST_F(DaemonEndToEndTest, FloatsInBothWordOrdersMatchTheSeed)
+{
+    EXPECT_FLOAT_EQ(readFloat("-t 3:float -B -r 22 127.0.0.1"), 229.8f); // ABCD: mbpoll's big-endian words
+    EXPECT_FLOAT_EQ(readFloat("-t 3:float -r 2 127.0.0.1"), 50.0f);      // CDAB: mbpoll's default
+    EXPECT_FLOAT_EQ(readFloat("-t 4:float -B -r 100 127.0.0.1"), 50.0f); // legacy, holding table
+    EXPECT_FLOAT_EQ(readFloat("-t 3:float -B -r 100 127.0.0.1"), 50.0f); // legacy, input table
+}
+
+TEST_F(DaemonEndToEndTest, IntegersMatchTheSeed)
+{
+    EXPECT_EQ(mbpoll("-t 3:int -B -r 8 127.0.0.1").at(8), "-12345");
+    EXPECT_EQ(mbpoll("-t 3:int -B -r 6 127.0.0.1").at(6), "1234567");
+    const auto oneRegister = mbpoll("-t 3 -r 10 -c 7 127.0.0.1");
+    EXPECT_EQ(oneRegister.at(10), "5000");  // 50.0 Hz x 100
+    EXPECT_EQ(oneRegister.at(12), "950");   // power factor x 1000
+    EXPECT_EQ(oneRegister.at(14), "4");     // status 5 with bit 0 inverted
+    EXPECT_EQ(oneRegister.at(16), "17");    // numeric text
+}
+
+TEST_F(DaemonEndToEndTest, StringMatchesTheSeed)
+{
+    const auto words = mbpoll("-t 3:hex -r 17 -c 5 127.0.0.1");
+    std::string text;
+    for (int reference = 17; reference < 22; ++reference) {
+        const auto word = static_cast<unsigned>(std::stoul(words.at(reference), nullptr, 16));
+        text += static_cast<char>(word >> 8);
+        text += static_cast<char>(word & 0xFF);
+    }
+    EXPECT_EQ(text, "PM3-77-XYZ");
+}
+
+TEST_F(DaemonEndToEndTest, WrittenHoldingRegisterReadsBackAsTheStoreAcceptedIt)
+{
+    mbpoll("-t 4:float -B -r 0 127.0.0.1 -- 19.25");
+    EXPECT_TRUE(orv::test::waitUntil([&] { return readFloat("-t 4:float -B -r 0 127.0.0.1") == 19.25f; }, 5s));
+
+    // The relay is a bool channel: the store keeps any non-zero word as true.
+    mbpoll("-t 4 -r 14 127.0.0.1 7");
+    EXPECT_TRUE(orv::test::waitUntil([&] { return mbpoll("-t 4 -r 14 127.0.0.1").at(14) == "1"; }, 5s));
+}
+
+TEST_F(DaemonEndToEndTest, SimulatedValueChanges)
+{
+    const float first = readFloat("-t 3:float -B -r 0 127.0.0.1");
+    EXPECT_GE(first, 225.0f);
+    EXPECT_LE(first, 235.0f);
+    EXPECT_TRUE(orv::test::waitUntil([&] { return readFloat("-t 3:float -B -r 0 127.0.0.1") != first; }, 10s));
+}
+
+TEST_F(DaemonEndToEndTest, SigtermStopsCleanlyWithStatusZero)
+{
+    EXPECT_FLOAT_EQ(readFloat("-t 3:float -B -r 22 127.0.0.1"), 229.8f);
+    m_daemon->signal(SIGTERM);
+    EXPECT_EQ(m_daemon->waitForExit(5s), 0) << m_daemon->standardError();
+    EXPECT_NE(m_daemon->standardError().find("statistics: tcp received="), std::string::npos);
+    EXPECT_FALSE(orv::test::isListening(m_port));
+    m_daemon.reset();
+}
+
+TEST_F(DaemonEndToEndTest, SigintStopsCleanlyWithStatusZero)
+{
+    m_daemon->signal(SIGINT);
+    EXPECT_EQ(m_daemon->waitForExit(5s), 0) << m_daemon->standardError();
+    m_daemon.reset();
+}
+
+} // namespace
