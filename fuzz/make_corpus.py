@@ -169,6 +169,7 @@ SEED_TEXTS = {
     "refused-truncated": b'{"devices": [{"name": "a"',
     "refused-trailing-garbage": b'{"devices": []} x',
     "refused-invalid-utf8-name": b'{"devices": [{"name": "\xff\xfe"}]}',
+    "refused-number-overflow": b'{"devices": [{"name": "a", "channels": [{"name": "c", "kind": 1e340}], "value": 1e300}]}',
     "refused-float-beyond-single": b'{"devices": [{"name": "a", "channels": [{"name": "c", "kind": "float", "value": 1e300}]}]}',
 }
 

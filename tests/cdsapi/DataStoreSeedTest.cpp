@@ -183,6 +183,8 @@ TEST_F(DataStoreSeedTest, NotJsonIsRefused)
 {
     EXPECT_THAT(refusal(R"({"devices": [{"name": "a"})"), HasSubstr("seed.json: /: not valid JSON"));
     EXPECT_THAT(refusal(""), HasSubstr("seed.json: /: not valid JSON"));
+    EXPECT_THAT(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": 1e340}]}]})"),
+                HasSubstr("seed.json: /: not valid JSON"));
 }
 
 TEST_F(DataStoreSeedTest, WrongTypesAreRefused)

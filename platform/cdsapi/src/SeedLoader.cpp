@@ -84,7 +84,9 @@ std::vector<SeedLoader::Device> SeedLoader::parse(const std::string& jsonText) c
     Json document;
     try {
         document = Json::parse(jsonText);
-    } catch (const Json::parse_error& error) {
+    } catch (const Json::exception& error) {
+        // Not only syntax errors: a number beyond a double's range is an
+        // out_of_range error of the parser.
         refuse("", std::string("not valid JSON (") + error.what() + ")");
     }
     const Json& root = expectObject(document, "", {"devices"});
