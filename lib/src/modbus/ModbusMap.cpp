@@ -89,6 +89,34 @@ const char* requestLogText(uint8_t functionCode, bool skipReadChecks)
     }
 }
 
+// Whether the `length` bytes of `query` hold everything this map and
+// libmodbus read of the request: the function code and, for the codes
+// answered, their address, count and data fields. modbus_receive only
+// delivers such frames; other callers may not.
+bool isComplete(const uint8_t* query, unsigned length, int headerLength)
+{
+    if (headerLength < 0 || length <= static_cast<unsigned>(headerLength)) {
+        return false;
+    }
+    const uint8_t* pdu = query + headerLength;
+    const unsigned pduLength = length - static_cast<unsigned>(headerLength);
+    switch (pdu[0]) {
+    case g_readCoils:
+    case g_readDiscreteInputs:
+    case g_readHoldingRegisters:
+    case g_readInputRegisters:
+    case g_writeSingleCoil:
+    case g_writeSingleRegister:
+        return pduLength >= 5;
+    case g_writeMultipleCoils:
+    case g_writeMultipleRegisters:
+        // Address, count, byte count, then as many data bytes.
+        return pduLength >= 6 && pduLength >= 6U + pdu[5];
+    default:
+        return true;
+    }
+}
+
 // The entry covering `address` in the first of `indexes` that has one.
 std::shared_ptr<ModbusMapEntry> findEntry(uint16_t address, std::initializer_list<const EntryIndex*> indexes)
 {
@@ -127,6 +155,8 @@ ModbusMap::ModbusMap(const std::string& mapId, std::vector<ModbusMapEntry*> entr
     try {
         attachEntries(owned, byteOrder);
     } catch (...) {
+        // As in the destructor: no entry may write into the freed tables.
+        releaseEntries();
         modbus_mapping_free(m_pMapping);
         throw;
     }
@@ -250,6 +280,11 @@ bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, b
         return false;
     }
     const int headerLength = modbus_get_header_length(ctx);
+    if (!isComplete(query, length, headerLength)) {
+        // Too short to answer, even with an exception reply.
+        SPDLOG_LOGGER_DEBUG(logger(), "Incomplete request of {} bytes dropped", length);
+        return false;
+    }
     if (const char* text = requestLogText(query[headerLength], skipReadChecks)) {
         SPDLOG_LOGGER_DEBUG(logger(), "{}", text);
     }

@@ -43,7 +43,8 @@ public:
 
     // Answers one request received on `ctx`. Returns true when a normal
     // reply was sent, false when an exception reply was sent or, without
-    // any reply, when the map is not available.
+    // any reply, when the map is not available or the `length` bytes of
+    // `query` are too few for its function code.
     //  skipReadChecks: reads are answered from the tables without looking
     //                  at entries;
     //  readOnly:       every write is refused with exception 1;
