@@ -1,6 +1,7 @@
 #include <orv/modbus/SupportedMaps.h>
 
 #include <orv/logging/Logger.h>
+#include <orv/modbus/cds/CdsInBandAccessor.h>
 
 #include <stdexcept>
 
@@ -44,10 +45,13 @@ SupportedMaps::CreateMapFunction findFactory(void* handle)
 
 SupportedMaps::SupportedMaps()
 {
-    // The registered maps log when they are destroyed at exit, so the
-    // logging library must outlive this instance: setting it up first makes
-    // it be torn down last.
+    // The registered maps are destroyed at exit, after everything that was
+    // set up after this instance. They log, and their data-store accessors
+    // leave their subscriptions, so the logging library and the data-store
+    // client must outlive this instance: setting them up first makes them be
+    // torn down last.
     orv::logging::getLogger("ModbusServer");
+    cds::CdsInBandAccessor::getInstance();
 }
 
 SupportedMaps& SupportedMaps::getInstance()
