@@ -117,6 +117,16 @@ bool isComplete(const uint8_t* query, unsigned length, int headerLength)
     }
 }
 
+// libmodbus subtracts the start fields from every request address.
+void setStarts(modbus_mapping_t& tables, bool addressShift)
+{
+    const int start = addressShift ? 1 : 0;
+    tables.start_bits = start;
+    tables.start_input_bits = start;
+    tables.start_input_registers = start;
+    tables.start_registers = start;
+}
+
 // The entry covering `address` in the first of `indexes` that has one.
 std::shared_ptr<ModbusMapEntry> findEntry(uint16_t address, std::initializer_list<const EntryIndex*> indexes)
 {
@@ -266,11 +276,22 @@ std::vector<uint16_t> ModbusMap::getAddresses(int headerLength, uint8_t* query, 
 
 void ModbusMap::setAddressShift(bool shift)
 {
-    const int start = shift ? 1 : 0;
-    m_pMapping->start_bits = start;
-    m_pMapping->start_input_bits = start;
-    m_pMapping->start_input_registers = start;
-    m_pMapping->start_registers = start;
+    setStarts(*m_pMapping, shift);
+}
+
+modbus_mapping_t ModbusMap::tablesFor(bool addressShift) const
+{
+    modbus_mapping_t tables{};
+    tables.nb_bits = m_pMapping->nb_bits;
+    tables.nb_input_bits = m_pMapping->nb_input_bits;
+    tables.nb_input_registers = m_pMapping->nb_input_registers;
+    tables.nb_registers = m_pMapping->nb_registers;
+    tables.tab_bits = m_pMapping->tab_bits;
+    tables.tab_input_bits = m_pMapping->tab_input_bits;
+    tables.tab_input_registers = m_pMapping->tab_input_registers;
+    tables.tab_registers = m_pMapping->tab_registers;
+    setStarts(tables, addressShift);
+    return tables;
 }
 
 bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, bool skipReadChecks, bool readOnly,
@@ -294,7 +315,6 @@ bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, b
         pushToAccessors = collectEntries(query, headerLength, skipReadChecks, readOnly, addressShift, touched);
     } catch (const ModbusException& refusal) {
         SPDLOG_LOGGER_DEBUG(logger(), " Error!");
-        setAddressShift(addressShift);
         modbus_reply_exception(ctx, query, refusal.getCode());
         return false;
     }
@@ -377,8 +397,8 @@ void ModbusMap::replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool
     for (const auto& [key, entry] : touched) {
         locks.emplace_back(*entry);
     }
-    setAddressShift(addressShift);
-    modbus_reply(ctx, query, static_cast<int>(length), m_pMapping);
+    modbus_mapping_t tables = tablesFor(addressShift);
+    modbus_reply(ctx, query, static_cast<int>(length), &tables);
     for (auto& lock : locks) {
         lock.unlock();
     }
