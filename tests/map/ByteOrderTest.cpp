@@ -29,5 +29,19 @@ TEST(ByteOrderTest, UnderlyingValues)
     EXPECT_EQ(static_cast<uint16_t>(ByteOrder::CDAB), 1);
 }
 
+// An order far beyond the text must not point past it: the message is then
+// empty.
+TEST(ByteOrderTest, UnknownOrderBeyondTheTextGivesAnEmptyMessage)
+{
+    try {
+        to_string(static_cast<ByteOrder>(1000));
+        FAIL() << "no exception";
+    } catch (const std::logic_error& error) {
+        EXPECT_STREQ(error.what(), "");
+    }
+    EXPECT_EQ(unknownOrderMessage("abc", static_cast<ByteOrder>(3)), "");
+    EXPECT_EQ(unknownOrderMessage("abc", static_cast<ByteOrder>(1)), "bc");
+}
+
 } // namespace
 } // namespace orv::modbus

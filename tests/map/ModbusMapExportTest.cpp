@@ -103,5 +103,19 @@ TEST(ModbusMapExportTest, EntriesAreListedOnceByKindThenAddress)
               }));
 }
 
+// One-based, the last address has no 16-bit hexadecimal text of its own:
+// makeHexAddress takes 16 bits and shows 0x0, while the decimal column
+// counts on.
+TEST(ModbusMapExportTest, OneBasedLastAddressWrapsOnlyInHexadecimal)
+{
+    EntryList entries;
+    entries.add<HoldingRegisters>(65535, 1, false, {}, "last");
+    const ModbusMap map("m", entries.release(), nullptr, ByteOrder::ABCD);
+    EXPECT_EQ(rows(map.getCsv(true)), std::vector<std::string>{"0x0;65536;Holding Register;2;1;false;fake;last;"
+                                                               "description of last;unit;;;true;fake value"});
+    EXPECT_EQ(rows(map.getCsv(false)), std::vector<std::string>{"0xFFFF;65535;Holding Register;2;1;false;fake;last;"
+                                                                "description of last;unit;;;true;fake value"});
+}
+
 } // namespace
 } // namespace orv::modbus::test

@@ -1,9 +1,6 @@
 #include <orv/modbus/cds/RegisterWords.h>
 
-#include <algorithm>
 #include <bit>
-#include <string>
-#include <string_view>
 
 namespace orv::modbus::cds {
 
@@ -46,9 +43,7 @@ float RegisterWords::joinFloat(const std::vector<uint16_t>& words, ByteOrder ord
 
 std::logic_error RegisterWords::unknownOrder(ByteOrder order, const char* message)
 {
-    const std::string_view text(message);
-    const auto skipped = std::min<std::size_t>(static_cast<uint16_t>(order), text.size());
-    return std::logic_error(std::string(text.substr(skipped)));
+    return std::logic_error(unknownOrderMessage(message, order));
 }
 
 } // namespace orv::modbus::cds

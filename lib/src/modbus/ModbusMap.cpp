@@ -89,6 +89,44 @@ const char* requestLogText(uint8_t functionCode, bool skipReadChecks)
     }
 }
 
+// Whether the `length` bytes of `query` hold everything this map and
+// libmodbus read of the request: the function code and, for the codes
+// answered, their address, count and data fields. modbus_receive only
+// delivers such frames; other callers may not.
+bool isComplete(const uint8_t* query, unsigned length, int headerLength)
+{
+    if (headerLength < 0 || length <= static_cast<unsigned>(headerLength)) {
+        return false;
+    }
+    const uint8_t* pdu = query + headerLength;
+    const unsigned pduLength = length - static_cast<unsigned>(headerLength);
+    switch (pdu[0]) {
+    case g_readCoils:
+    case g_readDiscreteInputs:
+    case g_readHoldingRegisters:
+    case g_readInputRegisters:
+    case g_writeSingleCoil:
+    case g_writeSingleRegister:
+        return pduLength >= 5;
+    case g_writeMultipleCoils:
+    case g_writeMultipleRegisters:
+        // Address, count, byte count, then as many data bytes.
+        return pduLength >= 6 && pduLength >= 6U + pdu[5];
+    default:
+        return true;
+    }
+}
+
+// libmodbus subtracts the start fields from every request address.
+void setStarts(modbus_mapping_t& tables, bool addressShift)
+{
+    const int start = addressShift ? 1 : 0;
+    tables.start_bits = start;
+    tables.start_input_bits = start;
+    tables.start_input_registers = start;
+    tables.start_registers = start;
+}
+
 // The entry covering `address` in the first of `indexes` that has one.
 std::shared_ptr<ModbusMapEntry> findEntry(uint16_t address, std::initializer_list<const EntryIndex*> indexes)
 {
@@ -127,6 +165,8 @@ ModbusMap::ModbusMap(const std::string& mapId, std::vector<ModbusMapEntry*> entr
     try {
         attachEntries(owned, byteOrder);
     } catch (...) {
+        // As in the destructor: no entry may write into the freed tables.
+        releaseEntries();
         modbus_mapping_free(m_pMapping);
         throw;
     }
@@ -236,11 +276,22 @@ std::vector<uint16_t> ModbusMap::getAddresses(int headerLength, uint8_t* query, 
 
 void ModbusMap::setAddressShift(bool shift)
 {
-    const int start = shift ? 1 : 0;
-    m_pMapping->start_bits = start;
-    m_pMapping->start_input_bits = start;
-    m_pMapping->start_input_registers = start;
-    m_pMapping->start_registers = start;
+    setStarts(*m_pMapping, shift);
+}
+
+modbus_mapping_t ModbusMap::tablesFor(bool addressShift) const
+{
+    modbus_mapping_t tables{};
+    tables.nb_bits = m_pMapping->nb_bits;
+    tables.nb_input_bits = m_pMapping->nb_input_bits;
+    tables.nb_input_registers = m_pMapping->nb_input_registers;
+    tables.nb_registers = m_pMapping->nb_registers;
+    tables.tab_bits = m_pMapping->tab_bits;
+    tables.tab_input_bits = m_pMapping->tab_input_bits;
+    tables.tab_input_registers = m_pMapping->tab_input_registers;
+    tables.tab_registers = m_pMapping->tab_registers;
+    setStarts(tables, addressShift);
+    return tables;
 }
 
 bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, bool skipReadChecks, bool readOnly,
@@ -250,6 +301,11 @@ bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, b
         return false;
     }
     const int headerLength = modbus_get_header_length(ctx);
+    if (!isComplete(query, length, headerLength)) {
+        // Too short to answer, even with an exception reply.
+        SPDLOG_LOGGER_DEBUG(logger(), "Incomplete request of {} bytes dropped", length);
+        return false;
+    }
     if (const char* text = requestLogText(query[headerLength], skipReadChecks)) {
         SPDLOG_LOGGER_DEBUG(logger(), "{}", text);
     }
@@ -259,7 +315,6 @@ bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, b
         pushToAccessors = collectEntries(query, headerLength, skipReadChecks, readOnly, addressShift, touched);
     } catch (const ModbusException& refusal) {
         SPDLOG_LOGGER_DEBUG(logger(), " Error!");
-        setAddressShift(addressShift);
         modbus_reply_exception(ctx, query, refusal.getCode());
         return false;
     }
@@ -342,8 +397,8 @@ void ModbusMap::replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool
     for (const auto& [key, entry] : touched) {
         locks.emplace_back(*entry);
     }
-    setAddressShift(addressShift);
-    modbus_reply(ctx, query, static_cast<int>(length), m_pMapping);
+    modbus_mapping_t tables = tablesFor(addressShift);
+    modbus_reply(ctx, query, static_cast<int>(length), &tables);
     for (auto& lock : locks) {
         lock.unlock();
     }

@@ -26,11 +26,6 @@ const char* typeText(int type)
     }
 }
 
-std::string hexAddress(unsigned address)
-{
-    return fmt::format("0x{:X}", address);
-}
-
 } // namespace
 
 ModbusMapEntry::ModbusMapEntry(uint16_t address, bool writable, uint16_t size, const std::string& name,
@@ -79,7 +74,10 @@ void ModbusMapEntry::fillSerializationInfo(cxxtools::SerializationInfo& si) cons
     const bool oneBased = g_serializationAddressShift;
     const unsigned shownAddress = m_address + (oneBased ? 1U : 0U);
     const bool discrete = getType() == g_typeDiscretes;
-    si.addMember(oneBased ? "address (hex, 1-based)" : "address (hex, 0-based)") <<= hexAddress(shownAddress);
+    // The hexadecimal text is of a 16-bit address: 1-based, the last address
+    // shows as 0x0, while the decimal member counts on to 65536.
+    si.addMember(oneBased ? "address (hex, 1-based)" : "address (hex, 0-based)")
+        <<= makeHexAddress(static_cast<uint16_t>(shownAddress));
     si.addMember(oneBased ? "address (dec, 1-based)" : "address (dec, 0-based)") <<= shownAddress;
     si.addMember("type") <<= typeText(getType());
     si.addMember("size in bytes") <<= discrete ? unsigned{m_size} : m_size * 2U;
@@ -129,7 +127,7 @@ void ModbusMapEntry::unlock()
 
 std::string ModbusMapEntry::makeHexAddress(uint16_t address)
 {
-    return hexAddress(address);
+    return fmt::format("0x{:X}", address);
 }
 
 void ModbusMapEntry::attachMapping(modbus_mapping_t* mapping)

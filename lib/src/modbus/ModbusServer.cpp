@@ -303,8 +303,8 @@ void ModbusServer::serveReadySockets(std::stop_token stopToken, TcpHandlerState&
         }
         if (socket == m_serverSocket) {
             acceptClient(state, maps, now);
-        } else {
-            serveClient(stopToken, state, socket, maps, now);
+        } else if (!serveClient(stopToken, state, socket, maps, now)) {
+            return;
         }
     }
 }
@@ -341,15 +341,16 @@ void ModbusServer::acceptClient(TcpHandlerState& state, const ModbusMapSettingsT
     FD_SET(socket, &m_activeSockets);
 }
 
-void ModbusServer::serveClient(std::stop_token stopToken, TcpHandlerState& state, int socket,
+bool ModbusServer::serveClient(std::stop_token stopToken, TcpHandlerState& state, int socket,
                                const ModbusMapSettingsTable& maps, Clock::time_point now)
 {
     SPDLOG_LOGGER_DEBUG(logger(), "We receive a request from a socket {}", socket);
     modbus_set_socket(m_pTcpContext.get(), socket);
     const int length = modbus_receive(m_pTcpContext.get(), state.query());
     if (stopToken.stop_requested()) {
-        // The request stays unanswered: the caller's next step ends the scan.
-        return;
+        // The request stays unanswered; the client is closed with the others.
+        SPDLOG_LOGGER_DEBUG(logger(), "Exit handleTcp thread");
+        return false;
     }
     if (length == -1) {
         const std::string address = closeClient(state, socket);
@@ -357,6 +358,7 @@ void ModbusServer::serveClient(std::stop_token stopToken, TcpHandlerState& state
     } else if (length > 0) {
         answerRequest(state, socket, length, maps, now);
     }
+    return true;
 }
 
 void ModbusServer::answerRequest(TcpHandlerState& state, int socket, int length, const ModbusMapSettingsTable& maps,

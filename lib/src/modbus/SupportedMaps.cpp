@@ -1,8 +1,7 @@
 #include <orv/modbus/SupportedMaps.h>
 
-#include <orv/modbus/cds/CdsInBandAccessor.h>
-
 #include <orv/logging/Logger.h>
+#include <orv/modbus/cds/CdsInBandAccessor.h>
 
 #include <stdexcept>
 
@@ -46,10 +45,11 @@ SupportedMaps::CreateMapFunction findFactory(void* handle)
 
 SupportedMaps::SupportedMaps()
 {
-    // The registered maps are destroyed at exit, after main: they log, and
-    // their data-store accessors unsubscribe through the shared data-store
-    // client. Both must outlive this instance; setting them up first makes
-    // them be torn down last.
+    // The registered maps are destroyed at exit, after everything that was
+    // set up after this instance. They log, and their data-store accessors
+    // leave their subscriptions, so the logging library and the data-store
+    // client must outlive this instance: setting them up first makes them be
+    // torn down last.
     orv::logging::getLogger("ModbusServer");
     cds::CdsInBandAccessor::getInstance();
 }

@@ -43,7 +43,8 @@ public:
 
     // Answers one request received on `ctx`. Returns true when a normal
     // reply was sent, false when an exception reply was sent or, without
-    // any reply, when the map is not available.
+    // any reply, when the map is not available or the `length` bytes of
+    // `query` are too few for its function code.
     //  skipReadChecks: reads are answered from the tables without looking
     //                  at entries;
     //  readOnly:       every write is refused with exception 1;
@@ -60,7 +61,9 @@ public:
     // `query`, whose PDU starts after `headerLength` bytes.
     static std::vector<uint16_t> getAddresses(int headerLength, uint8_t* query, bool addressShift);
 
-    // Makes libmodbus take request addresses as 1-based (true) or 0-based.
+    // Makes libmodbus take request addresses as 1-based (true) or 0-based
+    // when it is handed the map's own mapping. processRequest does not rely
+    // on it: each request gets the shift it is called with.
     void setAddressShift(bool shift);
 
     // An array with one object per entry; left empty while the map is not
@@ -87,6 +90,11 @@ private:
     // Throws ModbusException when the request must be refused.
     bool collectEntries(uint8_t* query, int headerLength, bool skipReadChecks, bool readOnly, bool addressShift,
                         EntrySet& touched) const;
+    // The map's tables with start fields of their own for one request, so
+    // that requests with different address shifts (a map may serve TCP and
+    // the serial line with different settings, from two threads) never see
+    // each other's.
+    modbus_mapping_t tablesFor(bool addressShift) const;
     // Lets libmodbus answer while every touched entry is locked.
     void replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool addressShift, const EntrySet& touched);
 

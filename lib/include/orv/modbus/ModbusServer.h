@@ -85,7 +85,9 @@ private:
     void serveReadySockets(std::stop_token stopToken, TcpHandlerState& state, const fd_set& readSockets,
                            const ModbusMapSettingsTable& maps, Clock::time_point now);
     void acceptClient(TcpHandlerState& state, const ModbusMapSettingsTable& maps, Clock::time_point now);
-    void serveClient(std::stop_token stopToken, TcpHandlerState& state, int socket,
+    // Receives and answers one request; false when a stop was requested
+    // meanwhile, which ends the scan.
+    bool serveClient(std::stop_token stopToken, TcpHandlerState& state, int socket,
                      const ModbusMapSettingsTable& maps, Clock::time_point now);
     // Answers one received request of `length` bytes, or closes the
     // connection when the client may not address its unit id.

@@ -13,7 +13,9 @@ namespace orv::modbus {
 // exporting
 //     extern "C" orv::modbus::ModbusMap* createMap();
 // which returns a new map whose ownership passes to the registry. A map is
-// created once per identifier and kept for the life of the process.
+// created once per identifier and kept for the life of the process. The
+// registry sets up the data-store client when it is created, so that the
+// client outlives the maps' data-store accessors at exit.
 class SupportedMaps {
 public:
     using CreateMapFunction = ModbusMap* (*)();
