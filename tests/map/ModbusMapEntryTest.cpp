@@ -1,5 +1,5 @@
+#include "FakeRegistersAccessor.h"
 #include "LogCapture.h"
-#include "TestAccessors.h"
 
 #include <orv/modbus/Discretes.h>
 #include <orv/modbus/HoldingRegisters.h>
@@ -14,6 +14,10 @@
 
 namespace orv::modbus::test {
 namespace {
+
+using orv::test::FakeDiscretesAccessor;
+using orv::test::FakeRegistersAccessor;
+using orv::test::LogCapture;
 
 using ::testing::ElementsAre;
 
@@ -351,7 +355,7 @@ TEST(ModbusMapEntryTest, BaseSetMappingLogsAndTracksTheMappedState)
     auto mapping = makeMapping();
     MinimalEntry entry;
     EXPECT_TRUE(entry.isAvailable());
-    LogCapture log;
+    LogCapture log(LogCapture::g_functionAndMessage);
     entry.setMapping(mapping.get());
     EXPECT_TRUE(entry.isMapped());
     EXPECT_TRUE(log.contains("setMapping|m_pMapping ptr not null"));

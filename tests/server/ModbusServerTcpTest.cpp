@@ -4,6 +4,7 @@
 #include "RawTcpClient.h"
 #include "SpyMap.h"
 #include "TestServer.h"
+#include "WaitUntil.h"
 
 #include <orv/modbus/ModbusServer.h>
 
@@ -21,6 +22,9 @@
 
 namespace orv::modbus::test {
 namespace {
+
+using orv::test::LogCapture;
+using orv::test::waitUntil;
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;

@@ -5,6 +5,7 @@
 #include "RawTcpClient.h"
 #include "SpyMap.h"
 #include "TestServer.h"
+#include "WaitUntil.h"
 
 #include <orv/modbus/ModbusServer.h>
 
@@ -18,6 +19,10 @@
 
 namespace orv::modbus::test {
 namespace {
+
+using orv::test::LogCapture;
+using orv::test::freeTcpPort;
+using orv::test::waitUntil;
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
@@ -56,7 +61,7 @@ TEST(ModbusServerTest, PortInUseFailsWithSystemText)
     std::uint16_t port = 0;
     std::unique_ptr<PortBlocker> blocker;
     for (int attempt = 0; attempt < 10 && !(blocker && blocker->bound()); ++attempt) {
-        port = pickFreePort();
+        port = freeTcpPort();
         blocker = std::make_unique<PortBlocker>(port);
     }
     ASSERT_TRUE(blocker->bound());
@@ -95,7 +100,7 @@ TEST(ModbusServerTest, MissingSerialDeviceFailsBeforeTcpIsOpened)
     settings.rtuEnabled = true;
     settings.rtuDevice = "/dev/orv-no-such-serial-device";
     settings.tcpEnabled = true;
-    settings.tcpPort = pickFreePort();
+    settings.tcpPort = freeTcpPort();
     try {
         ModbusServer server(settings, false);
         FAIL() << "constructor did not throw";

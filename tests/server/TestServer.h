@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FreePort.h"
+
 #include <orv/modbus/ModbusMapSettings.h>
 #include <orv/modbus/ModbusMapsConfiguration.h>
 #include <orv/modbus/ModbusServer.h>
@@ -15,48 +17,36 @@
 #include <string>
 #include <vector>
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace orv::modbus::test {
 
-// A port nobody listens on right now: the kernel's pick for port 0.
-inline std::uint16_t pickFreePort()
+// A server built by `build(port)` on a free port, which is picked again
+// when another process takes it in between.
+template <class Build>
+std::unique_ptr<ModbusServer> onFreePort(std::uint16_t& port, Build build)
 {
-    const int fd = socket(AF_INET6, SOCK_STREAM, 0);
-    sockaddr_in6 address{};
-    address.sin6_family = AF_INET6;
-    address.sin6_addr = in6addr_any;
-    socklen_t length = sizeof(address);
-    if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        close(fd);
-        throw std::runtime_error("no free port");
-    }
-    close(fd);
-    return ntohs(address.sin6_port);
-}
-
-// A server listening on a free port (picked again if another process took
-// it in between), not running yet.
-inline std::unique_ptr<ModbusServer> makeTcpServer(std::uint16_t& port,
-                                                   std::shared_ptr<ModbusStatisticHandlers> statistics = {},
-                                                   ModbusServerSettings settings = {})
-{
-    settings.tcpEnabled = true;
     const std::string inUse = std::strerror(EADDRINUSE);
     for (int attempt = 0;; ++attempt) {
-        port = pickFreePort();
-        settings.tcpPort = port;
+        port = orv::test::freeTcpPort();
         try {
-            return std::make_unique<ModbusServer>(settings, statistics, false);
+            return build(port);
         } catch (const std::runtime_error& error) {
             if (attempt == 9 || std::string(error.what()).find(inUse) == std::string::npos) {
                 throw;
             }
         }
     }
+}
+
+// A server listening on a free port, not running yet.
+inline std::unique_ptr<ModbusServer> makeTcpServer(std::uint16_t& port,
+                                                   std::shared_ptr<ModbusStatisticHandlers> statistics = {},
+                                                   ModbusServerSettings settings = {})
+{
+    settings.tcpEnabled = true;
+    return onFreePort(port, [&](std::uint16_t freePort) {
+        settings.tcpPort = freePort;
+        return std::make_unique<ModbusServer>(settings, statistics, false);
+    });
 }
 
 // Map settings without flags that admit the addresses matching `patterns`.
