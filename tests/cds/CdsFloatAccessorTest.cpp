@@ -46,16 +46,6 @@ TEST(CdsFloatAccessorTest, ServesTheExactWordsOfTheFloatInBothOrders)
     }
 }
 
-TEST(CdsFloatAccessorTest, UnavailableDataPointServesNothingAndTakesNothing)
-{
-    FakeCdsDataAccessor data(zu::CValue(1.5f), false);
-    CdsFloatAccessor accessor(&data, 1.0f, 2);
-    EXPECT_TRUE(accessor.getData().empty());
-    EXPECT_EQ(accessor.getStrValue(), "");
-    accessor.setData({0x4316, 0x0000});
-    EXPECT_TRUE(data.written().empty());
-}
-
 TEST(CdsFloatAccessorTest, OneRegisterIsTheFirstWordInEitherOrder)
 {
     FakeCdsDataAccessor data(zu::CValue(0.0f));

@@ -46,16 +46,6 @@ TEST(CdsFloatToRegistersAccessorTest, WriteStoresTheBitPatternWithoutConversion)
     EXPECT_EQ(std::bit_cast<std::uint32_t>(data.written()[0].as_float()), 3u);
 }
 
-TEST(CdsFloatToRegistersAccessorTest, UnavailableDataPointServesNothingAndTakesNothing)
-{
-    FakeCdsDataAccessor data(zu::CValue(1.0f), false);
-    CdsFloatToRegistersAccessor accessor(&data);
-    EXPECT_TRUE(accessor.getData().empty());
-    EXPECT_EQ(accessor.getStrValue(), "");
-    accessor.setData({0, 3});
-    EXPECT_TRUE(data.written().empty());
-}
-
 TEST(CdsFloatToRegistersAccessorTest, RepresentationIsUnsigned)
 {
     FakeCdsDataAccessor data(zu::CValue(1.0f));

@@ -53,16 +53,6 @@ TEST(CdsInt32AccessorTest, OneRegisterIsTheHighHalfInAbcdAndTheLowHalfInCdab)
     EXPECT_EQ(data.written()[1], zu::CValue(std::int32_t{1}));
 }
 
-TEST(CdsInt32AccessorTest, UnavailableDataPointServesNothingAndTakesNothing)
-{
-    FakeCdsDataAccessor data(zu::CValue(std::int32_t{5}), false);
-    CdsInt32Accessor accessor(&data);
-    EXPECT_TRUE(accessor.getData().empty());
-    EXPECT_EQ(accessor.getStrValue(), "");
-    accessor.setData({0, 1});
-    EXPECT_TRUE(data.written().empty());
-}
-
 TEST(CdsInt32AccessorTest, TextAndRepresentation)
 {
     FakeCdsDataAccessor data(zu::CValue(std::int32_t{-70000}));

@@ -76,20 +76,13 @@ TEST(CdsStringToOneRegisterAccessorTest, ABadChangeLeavesTheEntryUncalledAndReac
     EXPECT_EQ(published.count(), 1u);
 }
 
-TEST(CdsStringToOneRegisterAccessorTest, TextRepresentationAndUnavailability)
+TEST(CdsStringToOneRegisterAccessorTest, TextAndRepresentation)
 {
     FakeCdsDataAccessor data(zu::CValue("0042"));
     CdsStringToOneRegisterAccessor accessor(&data);
     EXPECT_EQ(accessor.getStrValue(), "42");
     EXPECT_EQ(accessor.getDataRepresentation(), "Uint16");
     EXPECT_EQ(accessor.getSize(), 1);
-
-    FakeCdsDataAccessor missing(zu::CValue("5"), false);
-    CdsStringToOneRegisterAccessor unavailable(&missing);
-    EXPECT_TRUE(unavailable.getData().empty());
-    EXPECT_EQ(unavailable.getStrValue(), "");
-    unavailable.setData({1});
-    EXPECT_TRUE(missing.written().empty());
 }
 
 } // namespace

@@ -37,16 +37,6 @@ TEST(CdsUint32AccessorTest, WritesAnUnsigned32BitValue)
     EXPECT_EQ(data.written()[1], zu::CValue(std::uint32_t{0x00010000}));
 }
 
-TEST(CdsUint32AccessorTest, UnavailableDataPointServesNothingAndTakesNothing)
-{
-    FakeCdsDataAccessor data(zu::CValue(std::uint32_t{5}), false);
-    CdsUint32Accessor accessor(&data);
-    EXPECT_TRUE(accessor.getData().empty());
-    EXPECT_EQ(accessor.getStrValue(), "");
-    accessor.setData({0, 1});
-    EXPECT_TRUE(data.written().empty());
-}
-
 TEST(CdsUint32AccessorTest, TextAndRepresentation)
 {
     FakeCdsDataAccessor data(zu::CValue(std::uint32_t{4000000000u}));
