@@ -56,6 +56,15 @@ ModbusMapsConfiguration servingUnitOne(std::shared_ptr<ModbusMap> map)
     return configuration;
 }
 
+// Settings whose serial line is the slave side of `terminal`.
+ModbusServerSettings serialOn(const PseudoTerminal& terminal)
+{
+    ModbusServerSettings settings;
+    settings.rtuEnabled = true;
+    settings.rtuDevice = terminal.slavePath();
+    return settings;
+}
+
 TEST(ModbusServerTest, PortInUseFailsWithSystemText)
 {
     std::uint16_t port = 0;
@@ -128,9 +137,7 @@ TEST(ModbusServerTest, RtuOnlyServerStartsNoTcpThreadAndClosesOnlyTheSerialLine)
 {
     PseudoTerminal terminal;
     LogCapture log;
-    ModbusServerSettings settings;
-    settings.rtuEnabled = true;
-    settings.rtuDevice = terminal.slavePath();
+    ModbusServerSettings settings = serialOn(terminal);
     settings.tcpEnabled = false;
     ModbusServer server(settings, false);
     EXPECT_TRUE(server.isEnabled());
@@ -206,11 +213,8 @@ TEST(ModbusServerTest, StopDuringScanLogsBothExitMessagesInOrder)
 {
     PseudoTerminal terminal;
     LogCapture log;
-    ModbusServerSettings settings;
-    settings.rtuEnabled = true;
-    settings.rtuDevice = terminal.slavePath();
     std::uint16_t port = 0;
-    auto server = makeTcpServer(port, nullptr, settings);
+    auto server = makeTcpServer(port, nullptr, serialOn(terminal));
     auto map = makeSpyMap();
     // Holds the request until stop() has requested the TCP stop; stop()
     // closes the serial line (and logs it) after both requests and before
