@@ -3,6 +3,7 @@
 
 #include <orv/modbus/cds/CdsFloatToRegistersAccessor.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -10,6 +11,8 @@
 
 namespace orv::modbus::cds::test {
 namespace {
+
+using ::testing::ThrowsMessage;
 
 using Words = std::vector<uint16_t>;
 
@@ -59,12 +62,8 @@ TEST(CdsFloatToRegistersAccessorTest, UnknownByteOrderThrowsTheShortenedMessages
     FakeCdsDataAccessor data(zu::CValue(1.0f));
     CdsFloatToRegistersAccessor accessor(&data);
     accessor.setByteOrder(static_cast<ByteOrder>(2));
-    try {
-        accessor.buildArrayFromFloat(1.0f);
-        FAIL() << "no exception";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "ildArrayFromFloat is not implemented for ByteOrder");
-    }
+    EXPECT_THAT([&] { accessor.buildArrayFromFloat(1.0f); },
+                ThrowsMessage<std::logic_error>("ildArrayFromFloat is not implemented for ByteOrder"));
     EXPECT_THROW(accessor.setData({1, 2}), std::logic_error);
     EXPECT_TRUE(data.written().empty());
 }

@@ -3,12 +3,15 @@
 
 #include <orv/modbus/cds/CdsInt32Accessor.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
 namespace orv::modbus::cds::test {
 namespace {
+
+using ::testing::ThrowsMessage;
 
 using Words = std::vector<uint16_t>;
 
@@ -69,18 +72,10 @@ TEST(CdsInt32AccessorTest, UnknownByteOrderThrowsTheShortenedMessages)
     FakeCdsDataAccessor data(zu::CValue(std::int32_t{1}));
     CdsInt32Accessor accessor(&data);
     accessor.setByteOrder(static_cast<ByteOrder>(3));
-    try {
-        accessor.buildArrayFromInt32(1);
-        FAIL() << "no exception";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "ldArrayFromInt32 is not implemented for ByteOrder");
-    }
-    try {
-        accessor.setData({1, 2});
-        FAIL() << "no exception";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "Data is not implemented for ByteOrder");
-    }
+    EXPECT_THAT([&] { accessor.buildArrayFromInt32(1); },
+                ThrowsMessage<std::logic_error>("ldArrayFromInt32 is not implemented for ByteOrder"));
+    EXPECT_THAT([&] { accessor.setData({1, 2}); },
+                ThrowsMessage<std::logic_error>("Data is not implemented for ByteOrder"));
     EXPECT_TRUE(data.written().empty());
 }
 

@@ -3,12 +3,15 @@
 
 #include <orv/modbus/cds/CdsStringToOneRegisterAccessor.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
 namespace orv::modbus::cds::test {
 namespace {
+
+using ::testing::ThrowsMessage;
 
 using Words = std::vector<uint16_t>;
 
@@ -28,28 +31,16 @@ TEST(CdsStringToOneRegisterAccessorTest, DecimalTextBecomesOneRegister)
 
 TEST(CdsStringToOneRegisterAccessorTest, TooLargeNumbersThrowTheOverflowError)
 {
-    try {
-        served("65536");
-        FAIL() << "no exception";
-    } catch (const std::overflow_error& error) {
-        EXPECT_STREQ(error.what(), "Invalid conversion from unsigned long to short.");
-    }
-    try {
-        served("99999999999999999999999");
-        FAIL() << "no exception";
-    } catch (const std::out_of_range& error) {
-        EXPECT_STREQ(error.what(), "stoul");
-    }
+    EXPECT_THAT([&] { served("65536"); },
+                ThrowsMessage<std::overflow_error>("Invalid conversion from unsigned long to short."));
+    EXPECT_THAT([&] { served("99999999999999999999999"); },
+                ThrowsMessage<std::out_of_range>("stoul"));
 }
 
 TEST(CdsStringToOneRegisterAccessorTest, TextWithoutDigitsThrowsTheInvalidArgumentError)
 {
-    try {
-        served("abc");
-        FAIL() << "no exception";
-    } catch (const std::invalid_argument& error) {
-        EXPECT_STREQ(error.what(), "stoul");
-    }
+    EXPECT_THAT([&] { served("abc"); },
+                ThrowsMessage<std::invalid_argument>("stoul"));
 }
 
 TEST(CdsStringToOneRegisterAccessorTest, WriteStoresTheDecimalText)
