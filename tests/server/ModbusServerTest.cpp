@@ -1,4 +1,5 @@
 #include "CountingStatistics.h"
+#include "FreePort.h"
 #include "LogCapture.h"
 #include "ModbusTcpClient.h"
 #include "PseudoTerminal.h"
