@@ -1,7 +1,7 @@
 // The channel accessor against the in-process data store, with the shared
 // client's notification thread delivering the changes.
 #include "CdsStoreTest.h"
-#include "LogLines.h"
+#include "LogCapture.h"
 #include "ValueLog.h"
 
 #include <orv/modbus/cds/CdsChannelAccessor.h>
@@ -446,7 +446,7 @@ TEST_F(CdsChannelAccessorTest, WritesConvertTheValueToTheSettingsKind)
 
 TEST_F(CdsChannelAccessorTest, SettingsSubscriptionsAreLogged)
 {
-    LogLines logs;
+    orv::test::LogCapture logs;
     auto accessor = std::make_unique<Accessor>(m_device, "Voltage", DataType::AlarmHysteresis);
     store().setDeviceAttribute(m_device, cdsapi::DeviceAttribute::Location, "hall");
     store().setChannelAlarmHysteresis(m_channel, 2.0f);

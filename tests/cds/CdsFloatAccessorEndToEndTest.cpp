@@ -3,6 +3,7 @@
 // write to the data store and back, and from a driver's change to a client's
 // read.
 #include "CdsStoreTest.h"
+#include "ModbusSocketPair.h"
 
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/ModbusMap.h>
@@ -12,12 +13,8 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <memory>
-#include <stdexcept>
 #include <thread>
 
 #include <modbus/modbus.h>
@@ -27,26 +24,6 @@ namespace {
 
 constexpr uint16_t g_address = 100;
 
-struct ContextDeleter {
-    void operator()(modbus_t* ctx) const
-    {
-        modbus_free(ctx);
-    }
-};
-using Context = std::unique_ptr<modbus_t, ContextDeleter>;
-
-Context contextOn(int socket)
-{
-    Context ctx(modbus_new_tcp("127.0.0.1", MODBUS_TCP_DEFAULT_PORT));
-    if (!ctx || modbus_set_socket(ctx.get(), socket) != 0) {
-        throw std::runtime_error("cannot create a libmodbus context");
-    }
-    modbus_set_response_timeout(ctx.get(), 2, 0);
-    // Lets the serving loop look at its stop flag several times a second.
-    modbus_set_indication_timeout(ctx.get(), 0, 50000);
-    return ctx;
-}
-
 // A Modbus TCP conversation over a socket pair: a thread answers each
 // request of the client end with the map's processRequest.
 class ServedMap {
@@ -54,14 +31,8 @@ public:
     explicit ServedMap(ModbusMap& map)
         : m_map(map)
     {
-        int sockets[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) {
-            throw std::runtime_error("socketpair failed");
-        }
-        m_serverSocket = sockets[0];
-        m_clientSocket = sockets[1];
-        m_pServer = contextOn(m_serverSocket);
-        m_pClient = contextOn(m_clientSocket);
+        // Lets the serving loop look at its stop flag several times a second.
+        modbus_set_indication_timeout(m_sockets.server(), 0, 50000);
         m_thread = std::thread([this] { serve(); });
     }
 
@@ -69,8 +40,6 @@ public:
     {
         m_stop = true;
         m_thread.join();
-        close(m_serverSocket);
-        close(m_clientSocket);
     }
 
     ServedMap(const ServedMap&) = delete;
@@ -78,7 +47,7 @@ public:
 
     modbus_t* client() const
     {
-        return m_pClient.get();
+        return m_sockets.client();
     }
 
     std::vector<uint16_t> readHolding(uint16_t address, int count) const
@@ -95,18 +64,15 @@ private:
     {
         uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
         while (!m_stop) {
-            const int length = modbus_receive(m_pServer.get(), query);
+            const int length = modbus_receive(m_sockets.server(), query);
             if (length > 0) {
-                m_map.processRequest(m_pServer.get(), query, static_cast<unsigned>(length), false, false, false);
+                m_map.processRequest(m_sockets.server(), query, static_cast<unsigned>(length), false, false, false);
             }
         }
     }
 
     ModbusMap& m_map;
-    int m_serverSocket = -1;
-    int m_clientSocket = -1;
-    Context m_pServer;
-    Context m_pClient;
+    orv::test::ModbusSocketPair m_sockets;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };

@@ -92,15 +92,5 @@ TEST(CdsFloatToOneRegisterAccessorTest, TextAndRepresentationFollowTheKind)
     EXPECT_EQ(signedAccessor.getSize(), 1);
 }
 
-TEST(CdsFloatToOneRegisterAccessorTest, UnavailableDataPointServesNothingAndTakesNothing)
-{
-    FakeCdsDataAccessor data(zu::CValue(1.0f), false);
-    CdsFloatToOneRegisterAccessor accessor(&data, 1.0f, 0.0f, ValueKind::Signed);
-    EXPECT_TRUE(accessor.getData().empty());
-    EXPECT_EQ(accessor.getStrValue(), "");
-    accessor.setData({1});
-    EXPECT_TRUE(data.written().empty());
-}
-
 } // namespace
 } // namespace orv::modbus::cds::test

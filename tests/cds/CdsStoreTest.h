@@ -23,6 +23,8 @@
 
 namespace orv::modbus::cds::test {
 
+using orv::test::waitUntil;
+
 class CdsStoreTest : public ::testing::Test {
 protected:
     using Accessor = CdsChannelAccessor;

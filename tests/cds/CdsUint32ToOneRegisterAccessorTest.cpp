@@ -95,13 +95,5 @@ TEST(CdsUint32ToOneRegisterAccessorTest, FactorOneServesTheLow16Bits)
     EXPECT_EQ(accessor.getSize(), 1);
 }
 
-TEST(CdsUint32ToOneRegisterAccessorTest, UnavailableWithoutDefaultTakesNothing)
-{
-    FakeCdsDataAccessor data(zu::CValue(std::uint32_t{1}), false);
-    CdsUint32ToOneRegisterAccessor accessor(&data, 1.0f);
-    accessor.setData({1});
-    EXPECT_TRUE(data.written().empty());
-}
-
 } // namespace
 } // namespace orv::modbus::cds::test

@@ -1,5 +1,6 @@
 #include <orv/modbus/cds/RegisterWords.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -8,7 +9,10 @@
 namespace orv::modbus::cds {
 namespace {
 
+using ::testing::ThrowsMessage;
+
 constexpr const char* g_message = "buildArrayFromFloat is not implemented for ByteOrder";
+constexpr const char* g_setDataMessage = "setData is not implemented for ByteOrder";
 using Words = std::vector<uint16_t>;
 
 TEST(RegisterWordsTest, FloatWordsAreTheHighHalfFirstInAbcd)
@@ -53,28 +57,16 @@ TEST(RegisterWordsTest, MissingWordsCountAsZeroAndExtraWordsAreIgnored)
 
 TEST(RegisterWordsTest, UnknownOrderSkipsAsManyLeadingCharactersAsItsValue)
 {
-    try {
-        RegisterWords::split(1, static_cast<ByteOrder>(2), g_message);
-        FAIL() << "no exception";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "ildArrayFromFloat is not implemented for ByteOrder");
-    }
-    try {
-        RegisterWords::join({1, 2}, static_cast<ByteOrder>(5), "setData is not implemented for ByteOrder");
-        FAIL() << "no exception";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "ta is not implemented for ByteOrder");
-    }
+    EXPECT_THAT([&] { RegisterWords::split(1, static_cast<ByteOrder>(2), g_message); },
+                ThrowsMessage<std::logic_error>("ildArrayFromFloat is not implemented for ByteOrder"));
+    EXPECT_THAT([] { RegisterWords::join({1, 2}, static_cast<ByteOrder>(5), g_setDataMessage); },
+                ThrowsMessage<std::logic_error>("ta is not implemented for ByteOrder"));
 }
 
 TEST(RegisterWordsTest, UnknownOrderBeyondTheMessageGivesAnEmptyMessage)
 {
-    try {
-        RegisterWords::split(1, static_cast<ByteOrder>(1000), g_message);
-        FAIL() << "no exception";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "");
-    }
+    EXPECT_THAT([&] { RegisterWords::split(1, static_cast<ByteOrder>(1000), g_message); },
+                ThrowsMessage<std::logic_error>(""));
 }
 
 } // namespace

@@ -1,12 +1,14 @@
 #pragma once
-// Shared helpers of the data-store client tests: bounded waiting, a
-// thread-safe recorder of notifications, and a fixture that starts from an
-// empty store with one client whose notifications are recorded.
+// The fixture of the data-store client tests: it starts from an empty store
+// with one client whose notifications are recorded.
 //
 // settle() makes "no other notification came" checkable without sleeping:
 // it writes a marker channel watched by the same client and waits for that
 // notification; a client delivers in change order, so everything the
 // earlier changes caused has been delivered by then.
+
+#include "Recorder.h"
+#include "WaitUntil.h"
 
 #include <cdsapi/CdsAccessor.h>
 #include <cdsapi/DataStore.h>
@@ -14,10 +16,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,84 +26,9 @@ namespace cdsapi::test {
 
 using namespace std::chrono_literals;
 
+using orv::test::waitUntil;
+
 constexpr std::uint64_t g_allOnes = ~std::uint64_t{0};
-
-template <typename Predicate>
-bool waitUntil(Predicate predicate, std::chrono::milliseconds timeout = 5s)
-{
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!predicate()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return predicate();
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
-
-class Recorder {
-public:
-    struct Entry {
-        std::string text;
-        zu::CValue value;
-        zu::CAlarmUpdate alarm;
-        std::thread::id thread;
-    };
-
-    void add(Entry entry)
-    {
-        {
-            const std::lock_guard lock(m_mutex);
-            m_entries.push_back(std::move(entry));
-        }
-        m_changed.notify_all();
-    }
-
-    std::vector<Entry> entries() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_entries;
-    }
-
-    std::vector<std::string> texts() const
-    {
-        std::vector<std::string> result;
-        for (const auto& entry : entries()) {
-            result.push_back(entry.text);
-        }
-        return result;
-    }
-
-    bool waitForText(const std::string& text, std::chrono::milliseconds timeout = 5s)
-    {
-        std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, timeout, [&] {
-            for (const auto& entry : m_entries) {
-                if (entry.text == text) {
-                    return true;
-                }
-            }
-            return false;
-        });
-    }
-
-    bool waitForCount(std::size_t count, std::chrono::milliseconds timeout = 5s)
-    {
-        std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, timeout, [&] { return m_entries.size() >= count; });
-    }
-
-    void clear()
-    {
-        const std::lock_guard lock(m_mutex);
-        m_entries.clear();
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<Entry> m_entries;
-};
 
 class CdsapiFixture : public ::testing::Test {
 protected:

@@ -1,6 +1,7 @@
+#include "LogCapture.h"
+
 #include <orv/logging/Logger.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <optional>
@@ -14,40 +15,7 @@
 
 namespace {
 
-// Collects the lines of every logger while it lives, each line formatted as
-// "file|line|function|level|message".
-class CapturedLines {
-public:
-    CapturedLines()
-        : m_pSink(std::make_shared<spdlog::sinks::ringbuffer_sink_mt>(64))
-    {
-        m_pSink->set_pattern("%s|%#|%!|%l|%v");
-        orv::logging::sinks()->add_sink(m_pSink);
-    }
-    ~CapturedLines() { orv::logging::sinks()->remove_sink(m_pSink); }
-    CapturedLines(const CapturedLines&) = delete;
-    CapturedLines& operator=(const CapturedLines&) = delete;
-
-    std::vector<std::string> lines() const
-    {
-        auto lines = m_pSink->last_formatted();
-        for (auto& line : lines) {
-            line.erase(line.find_last_not_of("\r\n") + 1);
-        }
-        return lines;
-    }
-
-    bool contains(const std::string& message) const
-    {
-        const auto all = lines();
-        return std::any_of(all.begin(), all.end(), [&](const std::string& line) {
-            return line.size() >= message.size() && line.compare(line.size() - message.size(), message.size(), message) == 0;
-        });
-    }
-
-private:
-    std::shared_ptr<spdlog::sinks::ringbuffer_sink_mt> m_pSink;
-};
+using orv::test::LogCapture;
 
 // Puts the level of all loggers back as it was.
 class LevelRestorer {
@@ -126,7 +94,7 @@ TEST(LoggerTest, CapturedLineCarriesFileLineAndFunction)
 {
     LevelRestorer restorer;
     orv::logging::setLevel(spdlog::level::debug);
-    const CapturedLines captured;
+    const LogCapture captured("%s|%#|%!|%l|%v");
     auto logger = orv::logging::getLogger("LoggerTest");
 
     const int line = __LINE__ + 1;
@@ -153,7 +121,7 @@ TEST(LoggerTest, SetLevelGovernsExistingAndNewLoggers)
     LevelRestorer restorer;
     orv::logging::setLevel(spdlog::level::info);
     auto existing = orv::logging::getLogger("LoggerTest.existing");
-    const CapturedLines captured;
+    const LogCapture captured(LogCapture::g_messageOnly, LogCapture::Level::Unchanged);
 
     SPDLOG_LOGGER_DEBUG(existing, "hidden at info");
     SPDLOG_LOGGER_ERROR(existing, "error at info");

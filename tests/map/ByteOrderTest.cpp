@@ -1,11 +1,14 @@
 #include <orv/modbus/ByteOrder.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
 namespace orv::modbus {
 namespace {
+
+using ::testing::ThrowsMessage;
 
 TEST(ByteOrderTest, TextOfEachOrder)
 {
@@ -15,12 +18,8 @@ TEST(ByteOrderTest, TextOfEachOrder)
 
 TEST(ByteOrderTest, UnknownOrderThrowsLogicErrorWithShiftedText)
 {
-    try {
-        to_string(static_cast<ByteOrder>(2));
-        FAIL() << "no exception";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "_string() is not implemented for ByteOrder ");
-    }
+    EXPECT_THAT([&] { to_string(static_cast<ByteOrder>(2)); },
+                ThrowsMessage<std::logic_error>("_string() is not implemented for ByteOrder "));
 }
 
 TEST(ByteOrderTest, UnderlyingValues)

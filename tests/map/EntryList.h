@@ -2,7 +2,7 @@
 // Builds the entry vector a ModbusMap is constructed from, keeping the fake
 // accessors so that tests can fire updates and inspect writes.
 
-#include "TestAccessors.h"
+#include "FakeRegistersAccessor.h"
 
 #include <orv/modbus/Discretes.h>
 #include <orv/modbus/ModbusMapEntry.h>
@@ -13,6 +13,9 @@
 #include <vector>
 
 namespace orv::modbus::test {
+
+using orv::test::FakeDiscretesAccessor;
+using orv::test::FakeRegistersAccessor;
 
 class EntryList {
 public:

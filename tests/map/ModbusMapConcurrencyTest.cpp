@@ -1,5 +1,5 @@
 #include "EntryList.h"
-#include "ModbusWire.h"
+#include "ModbusSocketPair.h"
 
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/ModbusMap.h>
@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <thread>
@@ -32,33 +31,15 @@ bool plausibleWord(uint16_t word)
 // client end goes away; the client end is a real libmodbus client.
 class Connection {
 public:
-    Connection()
-    {
-        int sockets[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) {
-            throw std::runtime_error("socketpair failed");
-        }
-        m_server = sockets[0];
-        m_client = sockets[1];
-        m_pServerContext = contextOnSocket(m_server);
-        m_pClientContext = contextOnSocket(m_client);
-    }
-
-    ~Connection()
-    {
-        close(m_server);
-        close(m_client);
-    }
-
     void serve(ModbusMap& map)
     {
         uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
         for (int served = 0; served < 4 * g_requestsPerClient; ++served) {
-            const int length = modbus_receive(m_pServerContext.get(), query);
+            const int length = modbus_receive(m_sockets.server(), query);
             if (length <= 0) {
                 return;
             }
-            map.processRequest(m_pServerContext.get(), query, static_cast<unsigned>(length), false, false, false);
+            map.processRequest(m_sockets.server(), query, static_cast<unsigned>(length), false, false, false);
         }
     }
 
@@ -67,7 +48,7 @@ public:
     int runClient(uint16_t writeBase)
     {
         int failures = 0;
-        modbus_t* ctx = m_pClientContext.get();
+        modbus_t* ctx = m_sockets.client();
         for (int i = 0; i < g_requestsPerClient; ++i) {
             uint16_t words[4] = {};
             if (modbus_read_registers(ctx, 0, 4, words) != 4) {
@@ -89,15 +70,12 @@ public:
             }
         }
         // Lets the server end see the end of the conversation at once.
-        shutdown(m_client, SHUT_RDWR);
+        shutdown(m_sockets.clientSocket(), SHUT_RDWR);
         return failures;
     }
 
 private:
-    int m_server = -1;
-    int m_client = -1;
-    ModbusContext m_pServerContext;
-    ModbusContext m_pClientContext;
+    orv::test::ModbusSocketPair m_sockets;
 };
 
 TEST(ModbusMapConcurrencyTest, TwoConnectionsAndNotificationsGetWellFormedReplies)

@@ -1,5 +1,5 @@
+#include "FakeRegistersAccessor.h"
 #include "LogCapture.h"
-#include "TestAccessors.h"
 
 #include <orv/modbus/Discretes.h>
 #include <orv/modbus/HoldingRegisters.h>
@@ -14,6 +14,12 @@
 
 namespace orv::modbus::test {
 namespace {
+
+using ::testing::ThrowsMessage;
+
+using orv::test::FakeDiscretesAccessor;
+using orv::test::FakeRegistersAccessor;
+using orv::test::LogCapture;
 
 using ::testing::ElementsAre;
 
@@ -259,22 +265,14 @@ TEST(ModbusMapEntryTest, UnmappedDiscretesDropCallbacks)
 TEST(ModbusMapEntryTest, ZeroSizeAccessorIsRejectedWithTheAddressInHex)
 {
     auto accessor = std::make_shared<FakeRegistersAccessor>(0);
-    try {
-        HoldingRegisters entry(0, accessor, true, "n", "d", "u");
-        FAIL() << "no exception";
-    } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "Bad definition of modbus map entry at address 0x0000 (0): Size must be strictly "
-                                   "positive.");
-    }
+    EXPECT_THAT([&] { HoldingRegisters entry(0, accessor, true, "n", "d", "u"); },
+                ThrowsMessage<std::runtime_error>(
+                    "Bad definition of modbus map entry at address 0x0000 (0): Size must be strictly positive."));
     EXPECT_EQ(accessor->setCallbackCalls(), 0);
 
-    try {
-        Discretes entry(26, std::make_shared<FakeDiscretesAccessor>(0), true, "n", "d", "1", "0");
-        FAIL() << "no exception";
-    } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "Bad definition of modbus map entry at address 0x001a (26): Size must be strictly "
-                                   "positive.");
-    }
+    EXPECT_THAT([&] { Discretes entry(26, std::make_shared<FakeDiscretesAccessor>(0), true, "n", "d", "1", "0"); },
+                ThrowsMessage<std::runtime_error>(
+                    "Bad definition of modbus map entry at address 0x001a (26): Size must be strictly positive."));
 }
 
 TEST(ModbusMapEntryTest, NullAccessorFailsTheSizeCheckFirst)
@@ -351,7 +349,7 @@ TEST(ModbusMapEntryTest, BaseSetMappingLogsAndTracksTheMappedState)
     auto mapping = makeMapping();
     MinimalEntry entry;
     EXPECT_TRUE(entry.isAvailable());
-    LogCapture log;
+    LogCapture log(LogCapture::g_functionAndMessage);
     entry.setMapping(mapping.get());
     EXPECT_TRUE(entry.isMapped());
     EXPECT_TRUE(log.contains("setMapping|m_pMapping ptr not null"));

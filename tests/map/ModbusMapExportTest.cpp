@@ -1,4 +1,5 @@
 #include "EntryList.h"
+#include "FakeMapAvailableAccessor.h"
 
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/LegacyRegisters.h>

@@ -1,4 +1,5 @@
 #include "EntryList.h"
+#include "FakeMapAvailableAccessor.h"
 #include "LogCapture.h"
 #include "ModbusWire.h"
 
@@ -12,6 +13,8 @@
 
 namespace orv::modbus::test {
 namespace {
+
+using orv::test::LogCapture;
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -227,7 +230,7 @@ TEST_F(ModbusMapRequestTest, UnsupportedFunctionCodesAreRefusedWithCode1)
 TEST_F(ModbusMapRequestTest, UnavailableMapSendsNothing)
 {
     m_pAvailability->setAvailable(false);
-    LogCapture log;
+    LogCapture log(LogCapture::g_functionAndMessage);
     EXPECT_THAT(exchange(readPdu(3, 10, 1)), IsEmpty());
     EXPECT_FALSE(m_processed);
     EXPECT_THAT(exchange(writeSinglePdu(6, 10, 1)), IsEmpty());
@@ -282,7 +285,7 @@ TEST_F(ModbusMapRequestTest, ShiftedWriteToAddressZeroWrapsTo65535)
 
 TEST_F(ModbusMapRequestTest, LogsEachRequestUnderProcessRequest)
 {
-    LogCapture log;
+    LogCapture log(LogCapture::g_functionAndMessage);
     exchange(readPdu(3, 10, 1));
     exchange(readPdu(3, 10, 1), {.skipReadChecks = true});
     exchange(readPdu(4, 30, 1), {.skipReadChecks = true});

@@ -1,4 +1,5 @@
 #include "EntryList.h"
+#include "FakeMapAvailableAccessor.h"
 #include "LogCapture.h"
 #include "ModbusWire.h"
 
@@ -14,6 +15,8 @@
 
 namespace orv::modbus::test {
 namespace {
+
+using orv::test::LogCapture;
 
 using ::testing::ElementsAre;
 
@@ -200,7 +203,7 @@ TEST(ModbusMapTest, ConstructionSetsTheByteOrderAndFillsTheTables)
 
 TEST(ModbusMapTest, LogsConstructionAndDestruction)
 {
-    LogCapture log;
+    LogCapture log(LogCapture::g_functionAndMessage);
     {
         EntryList entries;
         entries.add<HoldingRegisters>(0, 1);

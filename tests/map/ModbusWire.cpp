@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <stdexcept>
 
@@ -48,22 +47,9 @@ bool readExactly(int socket, std::vector<uint8_t>& into, std::size_t count,
 
 ModbusWire::ModbusWire()
 {
-    int sockets[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) {
-        throw std::runtime_error("socketpair failed");
-    }
-    m_server = sockets[0];
-    m_client = sockets[1];
-    m_pServerContext = contextOnSocket(m_server);
     // libmodbus waits this long before some exception replies (to flush
     // the rest of a bad request); keep it short for tests.
-    modbus_set_response_timeout(m_pServerContext.get(), 0, 50000);
-}
-
-ModbusWire::~ModbusWire()
-{
-    close(m_server);
-    close(m_client);
+    modbus_set_response_timeout(m_sockets.server(), 0, 50000);
 }
 
 std::vector<uint8_t> ModbusWire::exchange(ModbusMap& map, const std::vector<uint8_t>& pdu, RequestFlags flags,
@@ -76,15 +62,15 @@ std::vector<uint8_t> ModbusWire::exchange(ModbusMap& map, const std::vector<uint
     appendWord(frame, static_cast<uint16_t>(pdu.size() + 1));
     frame.push_back(g_unitId);
     frame.insert(frame.end(), pdu.begin(), pdu.end());
-    if (send(m_client, frame.data(), frame.size(), 0) != static_cast<ssize_t>(frame.size())) {
+    if (send(m_sockets.clientSocket(), frame.data(), frame.size(), 0) != static_cast<ssize_t>(frame.size())) {
         throw std::runtime_error("sending the request failed");
     }
     uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
-    const int length = modbus_receive(m_pServerContext.get(), query);
+    const int length = modbus_receive(m_sockets.server(), query);
     if (length <= 0) {
         throw std::runtime_error("modbus_receive failed");
     }
-    const bool result = map.processRequest(m_pServerContext.get(), query, static_cast<unsigned>(length),
+    const bool result = map.processRequest(m_sockets.server(), query, static_cast<unsigned>(length),
                                            flags.skipReadChecks, flags.readOnly, flags.addressShift);
     if (processed != nullptr) {
         *processed = result;
@@ -95,7 +81,7 @@ std::vector<uint8_t> ModbusWire::exchange(ModbusMap& map, const std::vector<uint
 
 bool ModbusWire::replyPending() const
 {
-    pollfd descriptor{m_client, POLLIN, 0};
+    pollfd descriptor{m_sockets.clientSocket(), POLLIN, 0};
     return poll(&descriptor, 1, 0) == 1;
 }
 
@@ -103,7 +89,7 @@ std::vector<uint8_t> ModbusWire::readReply(uint16_t transactionId, std::chrono::
 {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     std::vector<uint8_t> reply;
-    if (!readExactly(m_client, reply, g_mbapLength, deadline)) {
+    if (!readExactly(m_sockets.clientSocket(), reply, g_mbapLength, deadline)) {
         if (!reply.empty()) {
             throw std::runtime_error("truncated MBAP header");
         }
@@ -113,7 +99,7 @@ std::vector<uint8_t> ModbusWire::readReply(uint16_t transactionId, std::chrono::
         throw std::runtime_error("reply header does not echo the request");
     }
     const std::size_t total = g_mbapLength - 1 + wordAt(reply, 4);
-    if (!readExactly(m_client, reply, total, deadline)) {
+    if (!readExactly(m_sockets.clientSocket(), reply, total, deadline)) {
         throw std::runtime_error("reply shorter than its MBAP length");
     }
     return {reply.begin() + g_mbapLength, reply.end()};
@@ -167,18 +153,6 @@ std::vector<uint8_t> registersReplyPdu(uint8_t functionCode, const std::vector<u
         appendWord(pdu, value);
     }
     return pdu;
-}
-
-ModbusContext contextOnSocket(int socket)
-{
-    ModbusContext ctx(modbus_new_tcp("127.0.0.1", MODBUS_TCP_DEFAULT_PORT));
-    if (!ctx || modbus_set_socket(ctx.get(), socket) != 0) {
-        throw std::runtime_error("cannot create a libmodbus context");
-    }
-    // Never block a test for long, whichever end this context serves.
-    modbus_set_indication_timeout(ctx.get(), 2, 0);
-    modbus_set_response_timeout(ctx.get(), 2, 0);
-    return ctx;
 }
 
 } // namespace orv::modbus::test

@@ -4,11 +4,12 @@
 // ModbusMap::processRequest; the client end writes raw MBAP frames and reads
 // the raw reply, so that tests check the bytes on the wire.
 
+#include "ModbusSocketPair.h"
+
 #include <orv/modbus/ModbusMap.h>
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include <modbus/modbus.h>
@@ -21,18 +22,9 @@ struct RequestFlags {
     bool addressShift = false;
 };
 
-struct ModbusContextDeleter {
-    void operator()(modbus_t* ctx) const
-    {
-        modbus_free(ctx);
-    }
-};
-using ModbusContext = std::unique_ptr<modbus_t, ModbusContextDeleter>;
-
 class ModbusWire {
 public:
     ModbusWire();
-    ~ModbusWire();
 
     ModbusWire(const ModbusWire&) = delete;
     ModbusWire& operator=(const ModbusWire&) = delete;
@@ -48,19 +40,17 @@ public:
 
     int clientSocket() const
     {
-        return m_client;
+        return m_sockets.clientSocket();
     }
     int serverSocket() const
     {
-        return m_server;
+        return m_sockets.serverSocket();
     }
 
 private:
     std::vector<uint8_t> readReply(uint16_t transactionId, std::chrono::milliseconds timeout);
 
-    int m_server = -1;
-    int m_client = -1;
-    ModbusContext m_pServerContext;
+    orv::test::ModbusSocketPair m_sockets;
     uint16_t m_transactionId = 0;
 };
 
@@ -74,8 +64,5 @@ std::vector<uint8_t> writeCoilsPdu(uint16_t address, const std::vector<bool>& bi
 std::vector<uint8_t> exceptionPdu(uint8_t functionCode, uint8_t code);
 // The PDU of a register read reply.
 std::vector<uint8_t> registersReplyPdu(uint8_t functionCode, const std::vector<uint16_t>& values);
-
-// A libmodbus TCP context on an already connected socket.
-ModbusContext contextOnSocket(int socket);
 
 } // namespace orv::modbus::test

@@ -1,9 +1,11 @@
-#include "TestAccessors.h"
+#include "FakeRegistersAccessor.h"
 
 #include <gtest/gtest.h>
 
 namespace orv::modbus::test {
 namespace {
+
+using orv::test::FakeRegistersAccessor;
 
 TEST(RegistersDataAccessorTest, DefaultSetByteOrderRecordsTheOrder)
 {

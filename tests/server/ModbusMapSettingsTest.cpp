@@ -12,6 +12,8 @@
 namespace orv::modbus::test {
 namespace {
 
+using orv::test::LogCapture;
+
 using namespace std::chrono_literals;
 
 TEST(ModbusMapSettingsTest, KeepsMapFlagsAndCopiedExpressions)

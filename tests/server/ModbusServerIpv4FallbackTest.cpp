@@ -2,7 +2,6 @@
 // g_ipv6Missing is set. The server must then fall back to an IPv4-only
 // listening socket instead of failing.
 
-#include "LogCapture.h"
 #include "ModbusTcpClient.h"
 #include "SpyMap.h"
 #include "TestServer.h"
@@ -11,7 +10,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 
 #include <dlfcn.h>
 #include <sys/socket.h>
@@ -49,21 +47,14 @@ public:
 
 std::unique_ptr<ModbusServer> makeServerWithoutIpv6(std::uint16_t& port)
 {
-    const std::string inUse = std::strerror(EADDRINUSE);
-    for (int attempt = 0;; ++attempt) {
-        port = pickFreePort(); // needs IPv6 itself
+    // The free port is picked with IPv6 still there: the pick needs it.
+    return onFreePort(port, [](std::uint16_t freePort) {
         Ipv6Missing noIpv6;
         ModbusServerSettings settings;
         settings.tcpEnabled = true;
-        settings.tcpPort = port;
-        try {
-            return std::make_unique<ModbusServer>(settings, false);
-        } catch (const std::runtime_error& error) {
-            if (attempt == 9 || std::string(error.what()).find(inUse) == std::string::npos) {
-                throw;
-            }
-        }
-    }
+        settings.tcpPort = freePort;
+        return std::make_unique<ModbusServer>(settings, false);
+    });
 }
 
 TEST(ModbusServerIpv4FallbackTest, HostWithoutIpv6IsServedOverIpv4)

@@ -9,6 +9,8 @@
 namespace orv::modbus::test {
 namespace {
 
+using orv::test::LogCapture;
+
 common::BaudRate baud(int value)
 {
     return static_cast<common::BaudRate>(value);

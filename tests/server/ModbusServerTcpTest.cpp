@@ -4,6 +4,7 @@
 #include "RawTcpClient.h"
 #include "SpyMap.h"
 #include "TestServer.h"
+#include "WaitUntil.h"
 
 #include <orv/modbus/ModbusServer.h>
 
@@ -21,6 +22,9 @@
 
 namespace orv::modbus::test {
 namespace {
+
+using orv::test::LogCapture;
+using orv::test::waitUntil;
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
@@ -96,6 +100,15 @@ protected:
         return "Modbus TCP connection from " + address + " closed due to incorrect device id access.";
     }
 
+    // A request to a unit this client may not use gets no answer, and the
+    // server closes the connection.
+    static void expectUnitClosesConnection(ModbusTcpClient& client, int unit)
+    {
+        client.setUnit(unit);
+        EXPECT_FALSE(client.readHolding(0, 2).has_value()) << "unit " << unit;
+        EXPECT_TRUE(client.closedByPeerWithin(2s)) << "unit " << unit;
+    }
+
     LogCapture m_log;
     std::shared_ptr<CountingStatistics> m_pStatistics = std::make_shared<CountingStatistics>();
     std::shared_ptr<SpyMap> m_pMap = makeSpyMap();
@@ -128,9 +141,7 @@ TEST_F(ModbusServerTcpTest, NativeIpv6ClientIsMatchedOnItsText)
     EXPECT_TRUE(m_log.contains(acceptedLine("::1")));
 
     // Unit 1 admits 127.0.0.1 only.
-    client.setUnit(1);
-    EXPECT_FALSE(client.readHolding(0, 2).has_value());
-    EXPECT_TRUE(client.closedByPeerWithin(2s));
+    expectUnitClosesConnection(client, 1);
     EXPECT_TRUE(m_log.waitForAt(spdlog::level::err, wrongUnitLine("::1")));
 }
 
@@ -146,9 +157,7 @@ TEST_F(ModbusServerTcpTest, Ipv4MappedClientIsKnownByItsIpv4Part)
     EXPECT_EQ(client.readHolding(0, 2), g_pairWords);
     EXPECT_TRUE(m_log.contains(acceptedLine("127.0.0.1")));
 
-    client.setUnit(3);
-    EXPECT_FALSE(client.readHolding(0, 2).has_value());
-    EXPECT_TRUE(client.closedByPeerWithin(2s));
+    expectUnitClosesConnection(client, 3);
     EXPECT_TRUE(m_log.waitFor(wrongUnitLine("127.0.0.1")));
 }
 
@@ -177,9 +186,7 @@ TEST_F(ModbusServerTcpTest, UnmatchedUnitClosesConnectionAndReconnectStartsAfres
         ModbusTcpClient client("127.0.0.1", m_port, 1);
         ASSERT_TRUE(client.connected());
         EXPECT_EQ(client.readHolding(0, 2), g_pairWords);
-        client.setUnit(unit);
-        EXPECT_FALSE(client.readHolding(0, 2).has_value()) << "unit " << unit;
-        EXPECT_TRUE(client.closedByPeerWithin(2s)) << "unit " << unit;
+        expectUnitClosesConnection(client, unit);
     }
     EXPECT_TRUE(waitUntil([this] { return m_log.count(wrongUnitLine("127.0.0.1")) == 2; }, 2s));
 

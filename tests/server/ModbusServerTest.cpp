@@ -1,10 +1,12 @@
 #include "CountingStatistics.h"
+#include "FreePort.h"
 #include "LogCapture.h"
 #include "ModbusTcpClient.h"
 #include "PseudoTerminal.h"
 #include "RawTcpClient.h"
 #include "SpyMap.h"
 #include "TestServer.h"
+#include "WaitUntil.h"
 
 #include <orv/modbus/ModbusServer.h>
 
@@ -18,6 +20,10 @@
 
 namespace orv::modbus::test {
 namespace {
+
+using orv::test::LogCapture;
+using orv::test::freeTcpPort;
+using orv::test::waitUntil;
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
@@ -51,12 +57,21 @@ ModbusMapsConfiguration servingUnitOne(std::shared_ptr<ModbusMap> map)
     return configuration;
 }
 
+// Settings whose serial line is the slave side of `terminal`.
+ModbusServerSettings serialOn(const PseudoTerminal& terminal)
+{
+    ModbusServerSettings settings;
+    settings.rtuEnabled = true;
+    settings.rtuDevice = terminal.slavePath();
+    return settings;
+}
+
 TEST(ModbusServerTest, PortInUseFailsWithSystemText)
 {
     std::uint16_t port = 0;
     std::unique_ptr<PortBlocker> blocker;
     for (int attempt = 0; attempt < 10 && !(blocker && blocker->bound()); ++attempt) {
-        port = pickFreePort();
+        port = freeTcpPort();
         blocker = std::make_unique<PortBlocker>(port);
     }
     ASSERT_TRUE(blocker->bound());
@@ -95,7 +110,7 @@ TEST(ModbusServerTest, MissingSerialDeviceFailsBeforeTcpIsOpened)
     settings.rtuEnabled = true;
     settings.rtuDevice = "/dev/orv-no-such-serial-device";
     settings.tcpEnabled = true;
-    settings.tcpPort = pickFreePort();
+    settings.tcpPort = freeTcpPort();
     try {
         ModbusServer server(settings, false);
         FAIL() << "constructor did not throw";
@@ -123,9 +138,7 @@ TEST(ModbusServerTest, RtuOnlyServerStartsNoTcpThreadAndClosesOnlyTheSerialLine)
 {
     PseudoTerminal terminal;
     LogCapture log;
-    ModbusServerSettings settings;
-    settings.rtuEnabled = true;
-    settings.rtuDevice = terminal.slavePath();
+    ModbusServerSettings settings = serialOn(terminal);
     settings.tcpEnabled = false;
     ModbusServer server(settings, false);
     EXPECT_TRUE(server.isEnabled());
@@ -201,11 +214,8 @@ TEST(ModbusServerTest, StopDuringScanLogsBothExitMessagesInOrder)
 {
     PseudoTerminal terminal;
     LogCapture log;
-    ModbusServerSettings settings;
-    settings.rtuEnabled = true;
-    settings.rtuDevice = terminal.slavePath();
     std::uint16_t port = 0;
-    auto server = makeTcpServer(port, nullptr, settings);
+    auto server = makeTcpServer(port, nullptr, serialOn(terminal));
     auto map = makeSpyMap();
     // Holds the request until stop() has requested the TCP stop; stop()
     // closes the serial line (and logs it) after both requests and before

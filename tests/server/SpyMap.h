@@ -12,6 +12,8 @@
 
 namespace orv::modbus::test {
 
+using orv::test::FakeRegistersAccessor;
+
 // A real map that records the flags of every processRequest call and can
 // run a hook before answering (to block or throw).
 class SpyMap : public ModbusMap {
@@ -64,8 +66,8 @@ private:
 // Address 20 has no entry: reading it is refused with exception 2.
 inline std::vector<ModbusMapEntry*> testEntries()
 {
-    return {new HoldingRegisters(0, new FakeRegistersAccessor({11, 12}), true, "pair", "two words", ""),
-            new HoldingRegisters(10, new FakeRegistersAccessor({100}), true, "single", "one word", "")};
+    return {new HoldingRegisters(0, new FakeRegistersAccessor(2, {11, 12}), true, "pair", "two words", ""),
+            new HoldingRegisters(10, new FakeRegistersAccessor(1, {100}), true, "single", "one word", "")};
 }
 
 inline std::shared_ptr<SpyMap> makeSpyMap()

@@ -1,11 +1,9 @@
 #pragma once
-// Test doubles for the data interfaces of map entries. They hold a value,
-// record every setData call, and let a test fire the entry's callback as a
+// An in-memory data interface for map entries: it holds a value, records
+// every setData call, and lets a test fire the entry's callback as a
 // data-store notification would.
 
 #include <orv/modbus/DiscretesDataAccessor.h>
-#include <orv/modbus/MapAvailableAccessor.h>
-#include <orv/modbus/RegistersDataAccessor.h>
 
 #include <atomic>
 #include <cstdint>
@@ -15,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-namespace orv::modbus::test {
+namespace orv::test {
 
 template <class Word, class Interface>
 class FakeAccessor : public Interface {
@@ -23,6 +21,7 @@ public:
     using Values = std::vector<Word>;
     using Callback = std::function<void(const Values&)>;
 
+    // `destroyed`, when given, is set once the accessor is destroyed.
     explicit FakeAccessor(uint16_t size, Values initial = {}, bool* destroyed = nullptr)
         : m_size(size)
         , m_value(std::move(initial))
@@ -122,44 +121,6 @@ private:
     bool* m_pDestroyed;
 };
 
-class FakeRegistersAccessor : public FakeAccessor<uint16_t, RegistersDataAccessor> {
-public:
-    using FakeAccessor::FakeAccessor;
+using FakeDiscretesAccessor = FakeAccessor<uint8_t, modbus::DiscretesDataAccessor>;
 
-    ByteOrder byteOrder() const
-    {
-        return m_byteOrder;
-    }
-};
-
-using FakeDiscretesAccessor = FakeAccessor<uint8_t, DiscretesDataAccessor>;
-
-class FakeMapAvailableAccessor : public MapAvailableAccessor {
-public:
-    FakeMapAvailableAccessor(bool available, std::string message)
-        : m_available(available)
-        , m_message(std::move(message))
-    {
-    }
-
-    bool isAvailable() override
-    {
-        return m_available;
-    }
-
-    std::string notAvailableMessage() const override
-    {
-        return m_message;
-    }
-
-    void setAvailable(bool available)
-    {
-        m_available = available;
-    }
-
-private:
-    std::atomic<bool> m_available;
-    std::string m_message;
-};
-
-} // namespace orv::modbus::test
+} // namespace orv::test
