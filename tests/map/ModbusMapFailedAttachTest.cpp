@@ -1,4 +1,4 @@
-#include "TestAccessors.h"
+#include "FakeRegistersAccessor.h"
 
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/ModbusMap.h>
@@ -14,6 +14,7 @@ namespace orv::modbus::test {
 namespace {
 
 using ::testing::ElementsAre;
+using orv::test::FakeRegistersAccessor;
 using ::testing::IsNull;
 using ::testing::NotNull;
 

@@ -1,4 +1,5 @@
 #include "EntryList.h"
+#include "ModbusSocketPair.h"
 #include "ModbusWire.h"
 
 #include <orv/modbus/HoldingRegisters.h>
@@ -11,7 +12,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
+
 
 namespace orv::modbus::test {
 namespace {
@@ -27,22 +28,9 @@ class ModbusMapShortFrameTest : public ::testing::Test {
 protected:
     ModbusMapShortFrameTest()
     {
-        int sockets[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) {
-            throw std::runtime_error("socketpair failed");
-        }
-        m_server = sockets[0];
-        m_client = sockets[1];
-        m_pContext = contextOnSocket(m_server);
         EntryList entries;
         m_pAccessor = entries.add<HoldingRegisters>(0, 2, true, {0x0102, 0x0304});
         m_pMap = std::make_unique<ModbusMap>("short", entries.release(), nullptr, ByteOrder::ABCD);
-    }
-
-    ~ModbusMapShortFrameTest() override
-    {
-        close(m_server);
-        close(m_client);
     }
 
     // The MBAP header of unit 1 followed by `pdu`, in a buffer of exactly
@@ -61,18 +49,16 @@ protected:
     {
         unsigned length = 0;
         auto buffer = frame(pdu, length);
-        return m_pMap->processRequest(m_pContext.get(), buffer.get(), length, false, false, false);
+        return m_pMap->processRequest(m_wire.server(), buffer.get(), length, false, false, false);
     }
 
     bool replySent() const
     {
-        pollfd descriptor{m_client, POLLIN, 0};
+        pollfd descriptor{m_wire.clientSocket(), POLLIN, 0};
         return poll(&descriptor, 1, 50) == 1;
     }
 
-    int m_server = -1;
-    int m_client = -1;
-    ModbusContext m_pContext;
+    orv::test::ModbusSocketPair m_wire;
     std::shared_ptr<FakeRegistersAccessor> m_pAccessor;
     std::unique_ptr<ModbusMap> m_pMap;
 };
@@ -114,7 +100,7 @@ TEST_F(ModbusMapShortFrameTest, CompleteFramesOfExactSizeAreAnswered)
     EXPECT_TRUE(process({0x03, 0x00, 0x00, 0x00, 0x02}));
     EXPECT_TRUE(replySent());
     std::vector<uint8_t> reply(64);
-    reply.resize(static_cast<std::size_t>(recv(m_client, reply.data(), reply.size(), 0)));
+    reply.resize(static_cast<std::size_t>(recv(m_wire.clientSocket(), reply.data(), reply.size(), 0)));
     EXPECT_THAT(std::vector<uint8_t>(reply.begin() + 7, reply.end()), ElementsAre(0x03, 0x04, 0x01, 0x02, 0x03, 0x04));
 
     EXPECT_TRUE(process({0x10, 0x00, 0x00, 0x00, 0x02, 0x04, 0xAA, 0xBB, 0xCC, 0xDD}));
@@ -126,7 +112,7 @@ TEST_F(ModbusMapShortFrameTest, UnknownFunctionCodeNeedsNoMoreThanItsCode)
     EXPECT_FALSE(process({0x2B}));
     ASSERT_TRUE(replySent());
     std::vector<uint8_t> reply(64);
-    reply.resize(static_cast<std::size_t>(recv(m_client, reply.data(), reply.size(), 0)));
+    reply.resize(static_cast<std::size_t>(recv(m_wire.clientSocket(), reply.data(), reply.size(), 0)));
     EXPECT_THAT(std::vector<uint8_t>(reply.begin() + 7, reply.end()), ElementsAre(0xAB, 0x01));
 }
 

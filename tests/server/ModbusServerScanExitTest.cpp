@@ -11,6 +11,7 @@ namespace orv::modbus::test {
 namespace {
 
 using namespace std::chrono_literals;
+using orv::test::LogCapture;
 
 // A stop request that arrives while the handler waits for the rest of a
 // request from the highest socket still ends the scan with its own message
