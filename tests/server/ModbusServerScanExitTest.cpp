@@ -28,8 +28,8 @@ TEST(ModbusServerScanExitTest, StopDuringReceiveOnTheLastSocketLogsTheScanExit)
     RawTcpClient client("127.0.0.1", port);
     ASSERT_TRUE(client.connected());
     ASSERT_TRUE(log.waitFor("New Modbus TCP connection from 127.0.0.1 accepted."));
-    // The start of a request: libmodbus then waits (half a second at most)
-    // for the rest of it.
+    // The start of a request: the handler looks for the rest of it on every
+    // pass, scanning up to this socket again and again.
     const auto frame = RawTcpClient::readHoldingFrame(1, 0, 1);
     ASSERT_TRUE(client.send({frame.begin(), frame.begin() + 3}));
     ASSERT_TRUE(log.waitForMatching(spdlog::level::debug, "We receive a request from a socket [0-9]+"));

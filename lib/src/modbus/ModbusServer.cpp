@@ -6,6 +6,7 @@
 #include "TcpHandlerState.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
@@ -17,6 +18,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -33,6 +35,21 @@ constexpr const char* g_tcpListenError = "Impossible to listen on Modbus Tcp soc
 // IPv6 addresses. libmodbus with no node would bind 0.0.0.0 only.
 constexpr const char* g_dualStackNode = "::";
 constexpr const char* g_tcpThreadName = "orv-modbus-tcp";
+
+// How long select() waits when nothing else is due: it bounds the time to
+// notice a stop request.
+constexpr std::chrono::seconds g_selectTimeout{1};
+// While part of a request waits, select() leaves that socket out (its bytes
+// would make it return at once, every pass) and waits this long at most, so
+// that the socket is looked at again about fifty times a second: the rest of
+// its request is noticed soon, and the thread never spins on it.
+constexpr std::chrono::milliseconds g_incompleteRequestPoll{20};
+// Without a spare descriptor a pending connection cannot even be refused;
+// the listening socket is then left alone this long between attempts.
+constexpr std::chrono::seconds g_acceptRetryPause{1};
+
+// The MBAP header, then the function code.
+constexpr std::size_t g_functionIndex = 7;
 
 // "::FFFF:" followed by a dotted quad: an IPv4 client seen through an IPv6
 // socket, once the text is in upper case.
@@ -93,6 +110,101 @@ std::string ipv4Text(const sockaddr_in& address)
     return buffer;
 }
 
+// Bytes libmodbus reads after the function code of a request before it
+// knows how much data follows: address and count (or value), and the byte
+// count of the writes of many values. Codes it does not know have none.
+std::size_t fieldsLength(std::uint8_t function)
+{
+    switch (function) {
+    case MODBUS_FC_WRITE_MULTIPLE_COILS:
+    case MODBUS_FC_WRITE_MULTIPLE_REGISTERS:
+        return 5;
+    case MODBUS_FC_MASK_WRITE_REGISTER:
+        return 6;
+    case MODBUS_FC_WRITE_AND_READ_REGISTERS:
+        return 9;
+    default:
+        return function <= MODBUS_FC_WRITE_SINGLE_REGISTER ? 4 : 0;
+    }
+}
+
+// The data bytes announced by the byte count in the fields after `function`.
+std::size_t dataLength(const std::uint8_t* function)
+{
+    switch (*function) {
+    case MODBUS_FC_WRITE_MULTIPLE_COILS:
+    case MODBUS_FC_WRITE_MULTIPLE_REGISTERS:
+        return function[5];
+    case MODBUS_FC_WRITE_AND_READ_REGISTERS:
+        return function[9];
+    default:
+        return 0;
+    }
+}
+
+enum class RequestArrival {
+    // Nothing to read now.
+    None,
+    // Part of a request: modbus_receive would wait for the rest.
+    Partial,
+    // All of a request, or a peer that closed or failed: modbus_receive
+    // returns without waiting.
+    Complete,
+};
+
+// How much of the next request waits on a client socket, without reading
+// it. A peer that shut its side down may never send the rest: libmodbus
+// then reads what there is, sees the end and reports it.
+RequestArrival requestArrival(int socket)
+{
+    pollfd watched{socket, POLLIN | POLLRDHUP, 0};
+    if (poll(&watched, 1, 0) == -1 || (watched.revents & (POLLIN | POLLRDHUP | POLLHUP | POLLERR)) == 0) {
+        return RequestArrival::None;
+    }
+    if ((watched.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) {
+        return RequestArrival::Complete;
+    }
+    std::array<std::uint8_t, MODBUS_TCP_MAX_ADU_LENGTH> bytes;
+    const ssize_t peeked = recv(socket, bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT);
+    if (peeked <= 0) {
+        return peeked == -1 && (errno == EAGAIN || errno == EINTR) ? RequestArrival::None
+                                                                   : RequestArrival::Complete;
+    }
+    const auto available = static_cast<std::size_t>(peeked);
+    return tcpRequestLength(bytes.data(), available) <= available ? RequestArrival::Complete
+                                                                  : RequestArrival::Partial;
+}
+
+bool isOutOfDescriptors(int error)
+{
+    return error == EMFILE || error == ENFILE;
+}
+
+int acceptPending(int serverSocket, sockaddr_storage& peer)
+{
+    peer = {};
+    socklen_t peerLength = sizeof(peer);
+    return accept4(serverSocket, reinterpret_cast<sockaddr*>(&peer), &peerLength, SOCK_CLOEXEC);
+}
+
+timeval toTimeval(std::chrono::microseconds wait)
+{
+    return {static_cast<time_t>(wait.count() / 1'000'000), static_cast<suseconds_t>(wait.count() % 1'000'000)};
+}
+
+// How long select() may wait in this pass.
+timeval waitTimeout(const TcpHandlerState& state, bool incompleteRequests, std::chrono::steady_clock::time_point now)
+{
+    std::chrono::microseconds wait = g_selectTimeout;
+    if (incompleteRequests) {
+        wait = g_incompleteRequestPoll;
+    }
+    if (!state.isAccepting(now)) {
+        wait = std::min(wait, std::chrono::ceil<std::chrono::microseconds>(state.acceptResumesAt() - now));
+    }
+    return toTimeval(wait);
+}
+
 void requestStop(std::optional<std::jthread>& thread)
 {
     if (thread) {
@@ -119,6 +231,21 @@ std::string peerAddressText(const sockaddr_storage& address)
     default:
         return {};
     }
+}
+
+std::size_t tcpRequestLength(const std::uint8_t* bytes, std::size_t available)
+{
+    std::size_t length = g_functionIndex + 1;
+    if (available < length) {
+        return length;
+    }
+    const std::uint8_t* function = bytes + g_functionIndex;
+    length += fieldsLength(*function);
+    if (available < length) {
+        return length;
+    }
+    const std::size_t whole = length + dataLength(function);
+    return whole > MODBUS_TCP_MAX_ADU_LENGTH ? length : whole;
 }
 
 void ModbusServer::ContextDeleter::operator()(modbus_t* context) const
@@ -274,19 +401,42 @@ void ModbusServer::handlerTcp(std::stop_token stopToken, const ModbusMapSettings
     pthread_setname_np(pthread_self(), g_tcpThreadName);
     TcpHandlerState state(m_serverSocket);
     while (!stopToken.stop_requested()) {
-        fd_set readSockets = m_activeSockets;
-        // Rebuilt for every call: select() may change it. The timeout is what
-        // bounds the time to notice a stop request.
-        timeval timeout{1, 0};
+        const std::vector<int> incomplete = state.socketsWithIncompleteRequest();
+        const Clock::time_point before = Clock::now();
+        fd_set readSockets = socketsToWaitOn(state, incomplete, before);
+        // Rebuilt for every call: select() may change it.
+        timeval timeout = waitTimeout(state, !incomplete.empty(), before);
         const int ready = select(state.fdMax() + 1, &readSockets, nullptr, nullptr, &timeout);
         const Clock::time_point now = Clock::now();
-        if (ready > 0) {
+        if (ready == -1) {
+            // The set is undefined after a failure.
+            FD_ZERO(&readSockets);
+        }
+        // Looked at on every pass: the rest of their request may be there.
+        for (const int socket : incomplete) {
+            FD_SET(socket, &readSockets);
+        }
+        if (ready > 0 || !incomplete.empty()) {
             serveReadySockets(stopToken, state, readSockets, maps, now);
         }
         closeIdleClients(state, now);
+        closeStalledClients(state, now);
     }
     SPDLOG_LOGGER_DEBUG(logger(), "Exit handlerTcp thread");
     closeAllClients(state);
+}
+
+fd_set ModbusServer::socketsToWaitOn(const TcpHandlerState& state, const std::vector<int>& incomplete,
+                                     Clock::time_point now) const
+{
+    fd_set sockets = m_activeSockets;
+    for (const int socket : incomplete) {
+        FD_CLR(socket, &sockets);
+    }
+    if (!state.isAccepting(now)) {
+        FD_CLR(m_serverSocket, &sockets);
+    }
+    return sockets;
 }
 
 void ModbusServer::serveReadySockets(std::stop_token stopToken, TcpHandlerState& state, const fd_set& readSockets,
@@ -311,11 +461,16 @@ void ModbusServer::serveReadySockets(std::stop_token stopToken, TcpHandlerState&
 
 void ModbusServer::acceptClient(TcpHandlerState& state, const ModbusMapSettingsTable& maps, Clock::time_point now)
 {
+    // Taken back here when an earlier refusal could not reopen it.
+    state.spare().reserve();
     sockaddr_storage peer{};
-    socklen_t peerLength = sizeof(peer);
-    const int socket = accept4(m_serverSocket, reinterpret_cast<sockaddr*>(&peer), &peerLength, SOCK_CLOEXEC);
+    const int socket = acceptPending(m_serverSocket, peer);
     if (socket == -1) {
-        SPDLOG_LOGGER_DEBUG(logger(), "Server accept() error");
+        if (isOutOfDescriptors(errno)) {
+            refuseWithoutDescriptor(state, now);
+        } else {
+            SPDLOG_LOGGER_DEBUG(logger(), "Server accept() error");
+        }
         return;
     }
     std::string address = peerAddressText(peer);
@@ -337,14 +492,51 @@ void ModbusServer::acceptClient(TcpHandlerState& state, const ModbusMapSettingsT
         return;
     }
     SPDLOG_LOGGER_DEBUG(logger(), "New Modbus TCP connection from {} accepted.", address);
-    state.admit(socket, {std::move(address), std::move(units), now});
+    state.admit(socket, {std::move(address), std::move(units), now, std::nullopt});
     FD_SET(socket, &m_activeSockets);
+}
+
+void ModbusServer::refuseWithoutDescriptor(TcpHandlerState& state, Clock::time_point now)
+{
+    // The pending connection keeps the listening socket readable: left
+    // there, it would make every select() return at once.
+    sockaddr_storage peer{};
+    int socket = -1;
+    if (state.spare().release()) {
+        socket = acceptPending(m_serverSocket, peer);
+        if (socket != -1) {
+            close(socket);
+        }
+        state.spare().reserve();
+    }
+    if (socket == -1) {
+        state.pauseAccepting(now + g_acceptRetryPause);
+        SPDLOG_LOGGER_ERROR(logger(), "New Modbus TCP connection refused! No file descriptor left.");
+        return;
+    }
+    SPDLOG_LOGGER_ERROR(logger(), "New Modbus TCP connection from {} refused! No file descriptor left.",
+                        peerAddressText(peer));
 }
 
 bool ModbusServer::serveClient(std::stop_token stopToken, TcpHandlerState& state, int socket,
                                const ModbusMapSettingsTable& maps, Clock::time_point now)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "We receive a request from a socket {}", socket);
+    TcpHandlerState::Client& client = *state.find(socket);
+    const RequestArrival arrival = requestArrival(socket);
+    if (arrival == RequestArrival::None) {
+        return true;
+    }
+    if (!client.incompleteSince) {
+        SPDLOG_LOGGER_DEBUG(logger(), "We receive a request from a socket {}", socket);
+    }
+    if (arrival == RequestArrival::Partial) {
+        // modbus_receive would wait for the rest with no overall limit (its
+        // byte timeout starts again with every byte) and serve no one else
+        // meanwhile.
+        client.incompleteSince = client.incompleteSince.value_or(now);
+        return true;
+    }
+    client.incompleteSince.reset();
     modbus_set_socket(m_pTcpContext.get(), socket);
     const int length = modbus_receive(m_pTcpContext.get(), state.query());
     if (stopToken.stop_requested()) {
@@ -398,6 +590,14 @@ void ModbusServer::closeIdleClients(TcpHandlerState& state, Clock::time_point no
         SPDLOG_LOGGER_DEBUG(logger(), "Closing idle connection on socket {} from {}.", socket,
                             state.find(socket)->address);
         closeClient(state, socket);
+    }
+}
+
+void ModbusServer::closeStalledClients(TcpHandlerState& state, Clock::time_point now)
+{
+    for (const int socket : state.socketsIncompleteFor(g_requestTimeLimit, now)) {
+        const std::string address = closeClient(state, socket);
+        SPDLOG_LOGGER_DEBUG(logger(), "Modbus TCP connection from {} closed: incomplete request.", address);
     }
 }
 

@@ -35,25 +35,58 @@ void TcpHandlerState::forget(int socket)
     }
 }
 
-std::vector<int> TcpHandlerState::sockets() const
-{
-    std::vector<int> result;
-    result.reserve(m_clients.size());
-    for (const auto& [socket, client] : m_clients) {
-        result.push_back(socket);
-    }
-    return result;
-}
-
-std::vector<int> TcpHandlerState::socketsIdleFor(Clock::duration limit, Clock::time_point now) const
+template <class Predicate>
+std::vector<int> TcpHandlerState::socketsWhere(Predicate predicate) const
 {
     std::vector<int> result;
     for (const auto& [socket, client] : m_clients) {
-        if (now - client.lastActivity > limit) {
+        if (predicate(client)) {
             result.push_back(socket);
         }
     }
     return result;
+}
+
+std::vector<int> TcpHandlerState::sockets() const
+{
+    return socketsWhere([](const Client&) { return true; });
+}
+
+std::vector<int> TcpHandlerState::socketsIdleFor(Clock::duration limit, Clock::time_point now) const
+{
+    return socketsWhere([limit, now](const Client& client) { return now - client.lastActivity > limit; });
+}
+
+std::vector<int> TcpHandlerState::socketsWithIncompleteRequest() const
+{
+    return socketsWhere([](const Client& client) { return client.incompleteSince.has_value(); });
+}
+
+std::vector<int> TcpHandlerState::socketsIncompleteFor(Clock::duration limit, Clock::time_point now) const
+{
+    return socketsWhere([limit, now](const Client& client) {
+        return client.incompleteSince && now - *client.incompleteSince > limit;
+    });
+}
+
+SpareDescriptor& TcpHandlerState::spare()
+{
+    return m_spare;
+}
+
+void TcpHandlerState::pauseAccepting(Clock::time_point until)
+{
+    m_acceptResumesAt = until;
+}
+
+bool TcpHandlerState::isAccepting(Clock::time_point now) const
+{
+    return now >= m_acceptResumesAt;
+}
+
+TcpHandlerState::Clock::time_point TcpHandlerState::acceptResumesAt() const
+{
+    return m_acceptResumesAt;
 }
 
 std::uint8_t* TcpHandlerState::query()

@@ -4,16 +4,20 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include <modbus/modbus-tcp.h>
 
+#include "SpareDescriptor.h"
+
 namespace orv::modbus {
 
-// What the Modbus TCP handler thread knows about its admitted clients, and
-// its receive buffer. Lives as long as one run of the thread.
+// What the Modbus TCP handler thread knows about its admitted clients and
+// its listening socket, and its receive buffer. Lives as long as one run of
+// the thread.
 class TcpHandlerState {
 public:
     using Clock = std::chrono::steady_clock;
@@ -25,6 +29,9 @@ public:
         std::set<std::uint8_t> allowedUnits;
         // Time of its last request, or of its acceptance.
         Clock::time_point lastActivity;
+        // When the first bytes of a request that has not fully arrived yet
+        // were seen; empty while no such request waits.
+        std::optional<Clock::time_point> incompleteSince;
     };
 
     explicit TcpHandlerState(int serverSocket);
@@ -44,12 +51,32 @@ public:
     std::vector<int> sockets() const;
     // Sockets whose client has been silent for more than `limit`, ascending.
     std::vector<int> socketsIdleFor(Clock::duration limit, Clock::time_point now) const;
+    // Sockets on which part of a request waits, ascending.
+    std::vector<int> socketsWithIncompleteRequest() const;
+    // Sockets whose waiting request has been incomplete for more than
+    // `limit`, ascending.
+    std::vector<int> socketsIncompleteFor(Clock::duration limit, Clock::time_point now) const;
+
+    // The descriptor that lets the handler refuse a connection when the
+    // process has none left.
+    SpareDescriptor& spare();
+
+    // Leaves pending connections alone until `until`: without a spare
+    // descriptor the handler cannot take them off the listening socket.
+    void pauseAccepting(Clock::time_point until);
+    bool isAccepting(Clock::time_point now) const;
+    Clock::time_point acceptResumesAt() const;
 
     std::uint8_t* query();
 
 private:
+    template <class Predicate>
+    std::vector<int> socketsWhere(Predicate predicate) const;
+
     int m_fdMax;
     std::map<int, Client> m_clients;
+    SpareDescriptor m_spare;
+    Clock::time_point m_acceptResumesAt;
     std::array<std::uint8_t, MODBUS_TCP_MAX_ADU_LENGTH> m_query{};
 };
 

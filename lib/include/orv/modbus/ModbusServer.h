@@ -6,11 +6,14 @@
 #include <orv/modbus/ModbusStatisticHandlers.h>
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <modbus/modbus.h>
 #include <sys/select.h>
@@ -35,6 +38,10 @@ public:
     // How long a TCP client may stay silent before it is disconnected; it
     // is closed once it has been silent for more than this.
     static constexpr Clock::duration g_defaultIdleLimit = std::chrono::seconds(300);
+    // How long the rest of a TCP request may take to arrive once its first
+    // bytes are there. A client that drips a request byte by byte loses its
+    // connection after this; everyone else is served meanwhile.
+    static constexpr Clock::duration g_requestTimeLimit = std::chrono::seconds(1);
 
     // Opens the serial line first, then the TCP socket, each only when
     // enabled. Throws std::runtime_error when either cannot be opened.
@@ -84,9 +91,17 @@ private:
     // One pass over the sockets select() found readable.
     void serveReadySockets(std::stop_token stopToken, TcpHandlerState& state, const fd_set& readSockets,
                            const ModbusMapSettingsTable& maps, Clock::time_point now);
+    // The sockets select() waits on in this pass: every active one except
+    // those holding an incomplete request (`incomplete`), and the listening
+    // socket only while accepting is not paused.
+    fd_set socketsToWaitOn(const TcpHandlerState& state, const std::vector<int>& incomplete,
+                           Clock::time_point now) const;
     void acceptClient(TcpHandlerState& state, const ModbusMapSettingsTable& maps, Clock::time_point now);
-    // Receives and answers one request; false when a stop was requested
-    // meanwhile, which ends the scan.
+    // Takes a pending connection off the listening socket and closes it when
+    // the process has no descriptor left for it.
+    void refuseWithoutDescriptor(TcpHandlerState& state, Clock::time_point now);
+    // Receives and answers one request once all of it has arrived; false
+    // when a stop was requested meanwhile, which ends the scan.
     bool serveClient(std::stop_token stopToken, TcpHandlerState& state, int socket,
                      const ModbusMapSettingsTable& maps, Clock::time_point now);
     // Answers one received request of `length` bytes, or closes the
@@ -94,6 +109,8 @@ private:
     void answerRequest(TcpHandlerState& state, int socket, int length, const ModbusMapSettingsTable& maps,
                        Clock::time_point now);
     void closeIdleClients(TcpHandlerState& state, Clock::time_point now);
+    // Closes the clients whose request has been incomplete for too long.
+    void closeStalledClients(TcpHandlerState& state, Clock::time_point now);
     void closeAllClients(TcpHandlerState& state);
     // Closes and forgets one client; returns its address text.
     std::string closeClient(TcpHandlerState& state, int socket);
@@ -117,5 +134,15 @@ private:
 // IPv4 part ("::ffff:192.168.1.20" gives "192.168.1.20"). Empty for any
 // other address family.
 std::string peerAddressText(const sockaddr_storage& address);
+
+// How many bytes libmodbus reads for the Modbus TCP request that starts with
+// the `available` bytes at `bytes`, as far as they tell: the MBAP header and
+// the function code, the fields of that code, then the data a write
+// announces. libmodbus ignores the length field of the MBAP header. A result
+// above `available` means the request has not fully arrived (more may be
+// needed than the result says, once the missing bytes tell). A request that
+// would not fit the largest frame ends after its fields: libmodbus refuses
+// it there.
+std::size_t tcpRequestLength(const std::uint8_t* bytes, std::size_t available);
 
 } // namespace orv::modbus
