@@ -25,6 +25,8 @@ namespace orv::modbus::test {
 namespace {
 
 using namespace std::chrono_literals;
+using orv::test::LogCapture;
+using orv::test::waitUntil;
 
 const std::vector<std::uint16_t> g_pairWords{11, 12};
 const std::string g_refusedLine = "New Modbus TCP connection from 127.0.0.1 refused! No file descriptor left.";

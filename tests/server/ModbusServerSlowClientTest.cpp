@@ -30,6 +30,8 @@ namespace orv::modbus::test {
 namespace {
 
 using namespace std::chrono_literals;
+using orv::test::LogCapture;
+using orv::test::waitUntil;
 using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<std::uint8_t>;
 
