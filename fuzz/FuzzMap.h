@@ -37,8 +37,8 @@ public:
         : m_readOnly(readOnly)
     {
         std::vector<ModbusMapEntry*> entries;
-        for (const auto& spec : g_specs) {
-            entries.push_back(makeEntry(spec));
+        for (const auto& layout : g_layouts) {
+            entries.push_back(makeEntry(layout));
         }
         auto probeAccessor = std::make_shared<RecordingRegistersAccessor>(initialWords(g_probeAddress, 2), true);
         m_slots.push_back({{ModbusMapEntry::g_typeRegisters, g_probeAddress, 2, false, true}, probeAccessor, {}});
@@ -62,7 +62,7 @@ public:
     }
 
 private:
-    struct EntrySpec {
+    struct EntryLayout {
         int type;
         uint16_t address;
         uint16_t size;
@@ -71,7 +71,7 @@ private:
     };
 
     struct Slot {
-        EntrySpec spec;
+        EntryLayout layout;
         std::shared_ptr<RecordingRegistersAccessor> registers;
         std::shared_ptr<RecordingDiscretesAccessor> discretes;
     };
@@ -85,7 +85,7 @@ private:
     // The legacy entry at 50 is the highest register address: a legacy
     // entry sizes both register tables, so no other register entry may lie
     // above it.
-    static constexpr std::array<EntrySpec, 14> g_specs{{
+    static constexpr std::array<EntryLayout, 14> g_layouts{{
         {g_discrete, 0, 2, true, true},
         {g_discrete, 5, 1, false, true},
         {g_discrete, 6, 1, true, false},
@@ -111,25 +111,25 @@ private:
         return words;
     }
 
-    ModbusMapEntry* makeEntry(const EntrySpec& spec)
+    ModbusMapEntry* makeEntry(const EntryLayout& layout)
     {
-        const std::string name = "entry" + std::to_string(spec.type) + "-" + std::to_string(spec.address);
-        if (spec.type == g_discrete) {
-            auto accessor = std::make_shared<RecordingDiscretesAccessor>(std::vector<uint8_t>(spec.size, 1),
-                                                                         spec.available);
-            m_slots.push_back({spec, {}, accessor});
-            return new Discretes(spec.address, accessor, spec.writable, name, "", "on", "off");
+        const std::string name = "entry" + std::to_string(layout.type) + "-" + std::to_string(layout.address);
+        if (layout.type == g_discrete) {
+            auto accessor = std::make_shared<RecordingDiscretesAccessor>(std::vector<uint8_t>(layout.size, 1),
+                                                                         layout.available);
+            m_slots.push_back({layout, {}, accessor});
+            return new Discretes(layout.address, accessor, layout.writable, name, "", "on", "off");
         }
-        auto accessor = std::make_shared<RecordingRegistersAccessor>(initialWords(spec.address, spec.size),
-                                                                     spec.available);
-        m_slots.push_back({spec, accessor, {}});
-        if (spec.type == g_input) {
-            return new Registers(spec.address, accessor, spec.writable, name, "", "");
+        auto accessor = std::make_shared<RecordingRegistersAccessor>(initialWords(layout.address, layout.size),
+                                                                     layout.available);
+        m_slots.push_back({layout, accessor, {}});
+        if (layout.type == g_input) {
+            return new Registers(layout.address, accessor, layout.writable, name, "", "");
         }
-        if (spec.type == g_holding) {
-            return new HoldingRegisters(spec.address, accessor, spec.writable, name, "", "");
+        if (layout.type == g_holding) {
+            return new HoldingRegisters(layout.address, accessor, layout.writable, name, "", "");
         }
-        return new LegacyRegisters(spec.address, accessor, spec.writable, name, "", "");
+        return new LegacyRegisters(layout.address, accessor, layout.writable, name, "", "");
     }
 
     // Which elements of one table some entry covers.
@@ -138,10 +138,10 @@ private:
         std::vector<bool> covered(static_cast<std::size_t>(count), false);
         for (const auto& slot : m_slots) {
             for (int type : types) {
-                if (slot.spec.type != type) {
+                if (slot.layout.type != type) {
                     continue;
                 }
-                for (int i = slot.spec.address; i < slot.spec.address + slot.spec.size && i < count; ++i) {
+                for (int i = slot.layout.address; i < slot.layout.address + slot.layout.size && i < count; ++i) {
                     covered[static_cast<std::size_t>(i)] = true;
                 }
             }
@@ -171,21 +171,21 @@ private:
     }
 
     template <class Word>
-    static std::vector<Word> slice(const Word* table, const EntrySpec& spec)
+    static std::vector<Word> slice(const Word* table, const EntryLayout& layout)
     {
-        return std::vector<Word>(table + spec.address, table + spec.address + spec.size);
+        return std::vector<Word>(table + layout.address, table + layout.address + layout.size);
     }
 
     template <class Word, class Interface>
-    void checkWrites(const RecordingAccessor<Word, Interface>& accessor, const EntrySpec& spec,
+    void checkWrites(const RecordingAccessor<Word, Interface>& accessor, const EntryLayout& layout,
                      const std::vector<Word>& written, const std::vector<std::vector<Word>>& untouched) const
     {
-        const std::string where = "entry of kind " + std::to_string(spec.type) + " at " + std::to_string(spec.address);
+        const std::string where = "entry of kind " + std::to_string(layout.type) + " at " + std::to_string(layout.address);
         const auto& writes = accessor.writes();
-        require(writes.empty() || (spec.writable && spec.available && !m_readOnly),
+        require(writes.empty() || (layout.writable && layout.available && !m_readOnly),
                 where + " got a write although it must refuse it");
         for (const auto& write : writes) {
-            require(write.size() == spec.size, where + " got " + std::to_string(write.size()) + " words");
+            require(write.size() == layout.size, where + " got " + std::to_string(write.size()) + " words");
         }
         if (writes.empty()) {
             for (const auto& copy : untouched) {
@@ -198,21 +198,21 @@ private:
 
     void checkSlot(const modbus_mapping_t& tables, const Slot& slot) const
     {
-        const auto& spec = slot.spec;
-        if (spec.type == g_discrete) {
-            checkWrites(*slot.discretes, spec, slice(tables.tab_bits, spec),
-                        {slice(tables.tab_bits, spec), slice(tables.tab_input_bits, spec)});
+        const auto& layout = slot.layout;
+        if (layout.type == g_discrete) {
+            checkWrites(*slot.discretes, layout, slice(tables.tab_bits, layout),
+                        {slice(tables.tab_bits, layout), slice(tables.tab_input_bits, layout)});
             return;
         }
-        const auto holding = slice(tables.tab_registers, spec);
-        const auto input = slice(tables.tab_input_registers, spec);
-        if (spec.type == g_input) {
-            checkWrites(*slot.registers, spec, input, {input});
-        } else if (spec.type == g_holding) {
-            checkWrites(*slot.registers, spec, holding, {holding});
+        const auto holding = slice(tables.tab_registers, layout);
+        const auto input = slice(tables.tab_input_registers, layout);
+        if (layout.type == g_input) {
+            checkWrites(*slot.registers, layout, input, {input});
+        } else if (layout.type == g_holding) {
+            checkWrites(*slot.registers, layout, holding, {holding});
         } else {
-            checkWrites(*slot.registers, spec, holding, {holding, input});
-            require(holding == input, "legacy entry at " + std::to_string(spec.address) +
+            checkWrites(*slot.registers, layout, holding, {holding, input});
+            require(holding == input, "legacy entry at " + std::to_string(layout.address) +
                                           ": the input copy does not follow the holding copy");
         }
     }
