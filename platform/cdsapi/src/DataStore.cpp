@@ -550,10 +550,8 @@ float DataStore::getChannelAlarmTriggerThreshold(std::uint64_t channelId, Trigge
 
 void DataStore::setChannelAlarmTriggerThreshold(std::uint64_t channelId, TriggerId trigger, float threshold)
 {
-    const std::lock_guard lock(m_mutex);
-    auto& target = m_pState->channel(channelId);
-    target.alarm.thresholds[triggerIndex(trigger)] = threshold;
-    m_pState->notifyAlarmSettings(target);
+    changeAlarmSettings(channelId,
+                        [&](ChannelAlarmSettings& alarm) { alarm.thresholds[triggerIndex(trigger)] = threshold; });
 }
 
 bool DataStore::getChannelAlarmTriggerThreshold(std::uint64_t channelId) const
@@ -564,10 +562,7 @@ bool DataStore::getChannelAlarmTriggerThreshold(std::uint64_t channelId) const
 
 void DataStore::setChannelAlarmTriggerThreshold(std::uint64_t channelId, bool thresholdEnabled)
 {
-    const std::lock_guard lock(m_mutex);
-    auto& target = m_pState->channel(channelId);
-    target.alarm.thresholdEnabled = thresholdEnabled;
-    m_pState->notifyAlarmSettings(target);
+    changeAlarmSettings(channelId, [&](ChannelAlarmSettings& alarm) { alarm.thresholdEnabled = thresholdEnabled; });
 }
 
 float DataStore::getChannelAlarmHysteresis(std::uint64_t channelId) const
@@ -578,10 +573,7 @@ float DataStore::getChannelAlarmHysteresis(std::uint64_t channelId) const
 
 void DataStore::setChannelAlarmHysteresis(std::uint64_t channelId, float hysteresis)
 {
-    const std::lock_guard lock(m_mutex);
-    auto& target = m_pState->channel(channelId);
-    target.alarm.hysteresis = hysteresis;
-    m_pState->notifyAlarmSettings(target);
+    changeAlarmSettings(channelId, [&](ChannelAlarmSettings& alarm) { alarm.hysteresis = hysteresis; });
 }
 
 LevelAlarm DataStore::getChannelAlarmLevel(std::uint64_t channelId) const
@@ -592,9 +584,14 @@ LevelAlarm DataStore::getChannelAlarmLevel(std::uint64_t channelId) const
 
 void DataStore::setChannelAlarmLevel(std::uint64_t channelId, LevelAlarm level)
 {
+    changeAlarmSettings(channelId, [&](ChannelAlarmSettings& alarm) { alarm.level = level; });
+}
+
+void DataStore::changeAlarmSettings(std::uint64_t channelId, const std::function<void(ChannelAlarmSettings&)>& change)
+{
     const std::lock_guard lock(m_mutex);
     auto& target = m_pState->channel(channelId);
-    target.alarm.level = level;
+    change(target.alarm);
     m_pState->notifyAlarmSettings(target);
 }
 
