@@ -93,11 +93,17 @@ std::vector<SeedLoader::Device> SeedLoader::parse(const std::string& jsonText) c
     if (!root.contains("devices")) {
         refuse("", "missing member \"devices\"");
     }
-    const Json& devices = expectArray(root["devices"], "/devices");
     std::set<std::uint64_t> ids;
+    return readDevices(root["devices"], "/devices", ids);
+}
+
+std::vector<SeedLoader::Device> SeedLoader::readDevices(const Json& json, const std::string& path,
+                                                        std::set<std::uint64_t>& ids) const
+{
+    const Json& devices = expectArray(json, path);
     std::vector<Device> result;
     for (std::size_t i = 0; i < devices.size(); ++i) {
-        result.push_back(readDevice(devices[i], "/devices" + indexStep(i), ids));
+        result.push_back(readDevice(devices[i], path + indexStep(i), ids));
     }
     return result;
 }
@@ -125,10 +131,7 @@ SeedLoader::Device SeedLoader::readDevice(const Json& json, const std::string& p
         }
     }
     if (json.contains("devices")) {
-        const Json& devices = expectArray(json["devices"], path + "/devices");
-        for (std::size_t i = 0; i < devices.size(); ++i) {
-            device.devices.push_back(readDevice(devices[i], path + "/devices" + indexStep(i), ids));
-        }
+        device.devices = readDevices(json["devices"], path + "/devices", ids);
     }
     return device;
 }

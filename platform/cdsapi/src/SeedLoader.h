@@ -52,6 +52,7 @@ public:
 private:
     using Json = nlohmann::json;
 
+    std::vector<Device> readDevices(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
     Device readDevice(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
     Channel readChannel(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
     std::uint64_t readId(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
