@@ -111,11 +111,7 @@ std::vector<SeedLoader::Device> SeedLoader::readDevices(const Json& json, const 
 SeedLoader::Device SeedLoader::readDevice(const Json& json, const std::string& path,
                                           std::set<std::uint64_t>& ids) const
 {
-    expectObject(json, path, {"id", "name", "attributes", "channels", "devices"});
-    Device device;
-    device.path = path;
-    device.id = readId(json, path, ids);
-    device.name = readName(json, path);
+    Device device = readNode<Device>(json, path, {"id", "name", "attributes", "channels", "devices"}, ids);
     if (json.contains("attributes")) {
         device.attributes = readAttributes(json["attributes"], path + "/attributes");
     }
@@ -139,11 +135,7 @@ SeedLoader::Device SeedLoader::readDevice(const Json& json, const std::string& p
 SeedLoader::Channel SeedLoader::readChannel(const Json& json, const std::string& path,
                                             std::set<std::uint64_t>& ids) const
 {
-    expectObject(json, path, {"id", "name", "kind", "value", "alarm"});
-    Channel channel;
-    channel.path = path;
-    channel.id = readId(json, path, ids);
-    channel.name = readName(json, path);
+    Channel channel = readNode<Channel>(json, path, {"id", "name", "kind", "value", "alarm"}, ids);
     if (!json.contains("kind")) {
         refuse(path, "missing member \"kind\"");
     }
