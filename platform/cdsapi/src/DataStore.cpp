@@ -91,25 +91,21 @@ struct DataStore::State {
 
     // Lookups.
 
-    Device& device(std::uint64_t id)
+    template <typename Objects>
+    static auto& lookUp(Objects& objects, std::uint64_t id, const char* what)
     {
-        const auto found = devices.find(id);
-        if (found == devices.end()) {
-            throw CdsError("no device with id " + std::to_string(id));
+        const auto found = objects.find(id);
+        if (found == objects.end()) {
+            throw CdsError(std::string("no ") + what + " with id " + std::to_string(id));
         }
         return found->second;
     }
+
+    Device& device(std::uint64_t id) { return lookUp(devices, id, "device"); }
 
     const Device& device(std::uint64_t id) const { return const_cast<State*>(this)->device(id); }
 
-    Channel& channel(std::uint64_t id)
-    {
-        const auto found = channels.find(id);
-        if (found == channels.end()) {
-            throw CdsError("no channel with id " + std::to_string(id));
-        }
-        return found->second;
-    }
+    Channel& channel(std::uint64_t id) { return lookUp(channels, id, "channel"); }
 
     const Channel& channel(std::uint64_t id) const { return const_cast<State*>(this)->channel(id); }
 
