@@ -23,18 +23,14 @@ CdsBooleanToOneRegisterAccessor::~CdsBooleanToOneRegisterAccessor()
 
 void CdsBooleanToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    cdsAccessor().setCValue(zu::CValue(!data.empty() && data.at(0) != 0));
+    writeIfAvailable([&] { return !data.empty() && data.at(0) != 0; });
 }
 
 std::vector<uint16_t> CdsBooleanToOneRegisterAccessor::getData() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return buildArrayFromBool(cdsAccessor().getCValue().as_bool());
+    return readIfAvailable<std::vector<uint16_t>>([&] {
+        return buildArrayFromBool(cdsAccessor().getCValue().as_bool());
+    });
 }
 
 std::string CdsBooleanToOneRegisterAccessor::getDataRepresentation() const
@@ -44,10 +40,7 @@ std::string CdsBooleanToOneRegisterAccessor::getDataRepresentation() const
 
 std::string CdsBooleanToOneRegisterAccessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return cdsAccessor().getCValue().as_bool() ? "1" : "0";
+    return readIfAvailable<std::string>([&] { return cdsAccessor().getCValue().as_bool() ? "1" : "0"; });
 }
 
 uint16_t CdsBooleanToOneRegisterAccessor::getSize() const

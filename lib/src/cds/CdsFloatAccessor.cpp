@@ -38,19 +38,17 @@ CdsFloatAccessor::~CdsFloatAccessor()
 
 void CdsFloatAccessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    const float value = RegisterWords::joinFloat(data, m_byteOrder, g_setDataMessage);
-    cdsAccessor().setCValue(zu::CValue(value / m_scale));
+    writeIfAvailable([&] {
+        const float value = RegisterWords::joinFloat(data, m_byteOrder, g_setDataMessage);
+        return value / m_scale;
+    });
 }
 
 std::vector<uint16_t> CdsFloatAccessor::getData() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return buildArrayFromFloat(cdsAccessor().getCValue().as_float() * m_scale);
+    return readIfAvailable<std::vector<uint16_t>>([&] {
+        return buildArrayFromFloat(cdsAccessor().getCValue().as_float() * m_scale);
+    });
 }
 
 std::string CdsFloatAccessor::getDataRepresentation() const
@@ -60,10 +58,9 @@ std::string CdsFloatAccessor::getDataRepresentation() const
 
 std::string CdsFloatAccessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return fmt::format("{:.{}f}", cdsAccessor().getCValue().as_float() * m_scale, m_decimals);
+    return readIfAvailable<std::string>([&] {
+        return fmt::format("{:.{}f}", cdsAccessor().getCValue().as_float() * m_scale, m_decimals);
+    });
 }
 
 uint16_t CdsFloatAccessor::getSize() const

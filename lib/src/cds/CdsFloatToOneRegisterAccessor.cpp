@@ -35,25 +35,22 @@ CdsFloatToOneRegisterAccessor::~CdsFloatToOneRegisterAccessor()
 
 void CdsFloatToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    if (data.empty()) {
-        cdsAccessor().setCValue(zu::CValue(0.0f));
-        return;
-    }
-    const float reciprocal = 1.0f / m_factor;
-    const float registerValue =
-        isSigned() ? static_cast<float>(static_cast<int16_t>(data.at(0))) : static_cast<float>(data.at(0));
-    cdsAccessor().setCValue(zu::CValue(registerValue * reciprocal - m_offset));
+    writeIfAvailable([&] {
+        if (data.empty()) {
+            return 0.0f;
+        }
+        const float reciprocal = 1.0f / m_factor;
+        const float registerValue =
+            isSigned() ? static_cast<float>(static_cast<int16_t>(data.at(0))) : static_cast<float>(data.at(0));
+        return registerValue * reciprocal - m_offset;
+    });
 }
 
 std::vector<uint16_t> CdsFloatToOneRegisterAccessor::getData() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return buildArrayFromFloat(cdsAccessor().getCValue().as_float());
+    return readIfAvailable<std::vector<uint16_t>>([&] {
+        return buildArrayFromFloat(cdsAccessor().getCValue().as_float());
+    });
 }
 
 std::string CdsFloatToOneRegisterAccessor::getDataRepresentation() const
@@ -63,11 +60,10 @@ std::string CdsFloatToOneRegisterAccessor::getDataRepresentation() const
 
 std::string CdsFloatToOneRegisterAccessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    const uint16_t word = buildArrayFromFloat(cdsAccessor().getCValue().as_float()).front();
-    return isSigned() ? std::to_string(static_cast<int16_t>(word)) : std::to_string(word);
+    return readIfAvailable<std::string>([&] {
+        const uint16_t word = buildArrayFromFloat(cdsAccessor().getCValue().as_float()).front();
+        return isSigned() ? std::to_string(static_cast<int16_t>(word)) : std::to_string(word);
+    });
 }
 
 uint16_t CdsFloatToOneRegisterAccessor::getSize() const

@@ -33,18 +33,14 @@ CdsFloatToRegistersAccessor::~CdsFloatToRegistersAccessor()
 
 void CdsFloatToRegistersAccessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    cdsAccessor().setCValue(zu::CValue(RegisterWords::joinFloat(data, m_byteOrder, g_setDataMessage)));
+    writeIfAvailable([&] { return RegisterWords::joinFloat(data, m_byteOrder, g_setDataMessage); });
 }
 
 std::vector<uint16_t> CdsFloatToRegistersAccessor::getData() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return buildArrayFromFloat(cdsAccessor().getCValue().as_float());
+    return readIfAvailable<std::vector<uint16_t>>([&] {
+        return buildArrayFromFloat(cdsAccessor().getCValue().as_float());
+    });
 }
 
 std::string CdsFloatToRegistersAccessor::getDataRepresentation() const
@@ -54,10 +50,9 @@ std::string CdsFloatToRegistersAccessor::getDataRepresentation() const
 
 std::string CdsFloatToRegistersAccessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return std::to_string(SaturatingCast::toUint32(cdsAccessor().getCValue().as_float()));
+    return readIfAvailable<std::string>([&] {
+        return std::to_string(SaturatingCast::toUint32(cdsAccessor().getCValue().as_float()));
+    });
 }
 
 uint16_t CdsFloatToRegistersAccessor::getSize() const

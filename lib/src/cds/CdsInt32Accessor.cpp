@@ -32,19 +32,17 @@ CdsInt32Accessor::~CdsInt32Accessor()
 
 void CdsInt32Accessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    const auto value = RegisterWords::join(data, m_byteOrder, g_setDataMessage);
-    cdsAccessor().setCValue(zu::CValue(static_cast<std::int32_t>(value)));
+    writeIfAvailable([&] {
+        const auto value = RegisterWords::join(data, m_byteOrder, g_setDataMessage);
+        return static_cast<std::int32_t>(value);
+    });
 }
 
 std::vector<uint16_t> CdsInt32Accessor::getData() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return buildArrayFromInt32(cdsAccessor().getCValue().as_int32());
+    return readIfAvailable<std::vector<uint16_t>>([&] {
+        return buildArrayFromInt32(cdsAccessor().getCValue().as_int32());
+    });
 }
 
 std::string CdsInt32Accessor::getDataRepresentation() const
@@ -54,10 +52,7 @@ std::string CdsInt32Accessor::getDataRepresentation() const
 
 std::string CdsInt32Accessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return std::to_string(cdsAccessor().getCValue().as_int32());
+    return readIfAvailable<std::string>([&] { return std::to_string(cdsAccessor().getCValue().as_int32()); });
 }
 
 uint16_t CdsInt32Accessor::getSize() const

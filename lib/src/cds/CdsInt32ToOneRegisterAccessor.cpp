@@ -28,25 +28,23 @@ CdsInt32ToOneRegisterAccessor::~CdsInt32ToOneRegisterAccessor()
 
 void CdsInt32ToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    std::int32_t value = 0;
-    if (!data.empty()) {
-        const uint16_t word = data.at(0);
-        value = m_factor == 1.0f
-                    ? static_cast<std::int32_t>(word)
-                    : SaturatingCast::toInt32(static_cast<double>(word) * static_cast<double>(1.0f / m_factor));
-    }
-    cdsAccessor().setCValue(zu::CValue(value));
+    writeIfAvailable([&] {
+        std::int32_t value = 0;
+        if (!data.empty()) {
+            const uint16_t word = data.at(0);
+            value = m_factor == 1.0f
+                        ? static_cast<std::int32_t>(word)
+                        : SaturatingCast::toInt32(static_cast<double>(word) * static_cast<double>(1.0f / m_factor));
+        }
+        return value;
+    });
 }
 
 std::vector<uint16_t> CdsInt32ToOneRegisterAccessor::getData() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return buildArrayFromInt32(cdsAccessor().getCValue().as_int32());
+    return readIfAvailable<std::vector<uint16_t>>([&] {
+        return buildArrayFromInt32(cdsAccessor().getCValue().as_int32());
+    });
 }
 
 std::string CdsInt32ToOneRegisterAccessor::getDataRepresentation() const
@@ -56,10 +54,9 @@ std::string CdsInt32ToOneRegisterAccessor::getDataRepresentation() const
 
 std::string CdsInt32ToOneRegisterAccessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return std::to_string(multiplyData(cdsAccessor().getCValue().as_int32()));
+    return readIfAvailable<std::string>([&] {
+        return std::to_string(multiplyData(cdsAccessor().getCValue().as_int32()));
+    });
 }
 
 uint16_t CdsInt32ToOneRegisterAccessor::getSize() const

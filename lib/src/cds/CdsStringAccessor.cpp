@@ -25,25 +25,23 @@ CdsStringAccessor::~CdsStringAccessor()
 
 void CdsStringAccessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    std::string text;
-    text.reserve(data.size() * 2);
-    for (const uint16_t word : data) {
-        text.push_back(static_cast<char>(word >> 8));
-        text.push_back(static_cast<char>(word & 0xFFu));
-    }
-    text.resize(text.find('\0') == std::string::npos ? text.size() : text.find('\0'));
-    cdsAccessor().setCValue(zu::CValue(std::move(text)));
+    writeIfAvailable([&] {
+        std::string text;
+        text.reserve(data.size() * 2);
+        for (const uint16_t word : data) {
+            text.push_back(static_cast<char>(word >> 8));
+            text.push_back(static_cast<char>(word & 0xFFu));
+        }
+        text.resize(text.find('\0') == std::string::npos ? text.size() : text.find('\0'));
+        return text;
+    });
 }
 
 std::vector<uint16_t> CdsStringAccessor::getData() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return buildArrayFromString(cdsAccessor().getCValue().as_string());
+    return readIfAvailable<std::vector<uint16_t>>([&] {
+        return buildArrayFromString(cdsAccessor().getCValue().as_string());
+    });
 }
 
 std::string CdsStringAccessor::getDataRepresentation() const
@@ -53,10 +51,9 @@ std::string CdsStringAccessor::getDataRepresentation() const
 
 std::string CdsStringAccessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return cdsAccessor().getCValue().as_string().substr(0, std::size_t{m_length} * 2);
+    return readIfAvailable<std::string>([&] {
+        return cdsAccessor().getCValue().as_string().substr(0, std::size_t{m_length} * 2);
+    });
 }
 
 uint16_t CdsStringAccessor::getSize() const

@@ -24,18 +24,14 @@ CdsStringToOneRegisterAccessor::~CdsStringToOneRegisterAccessor()
 
 void CdsStringToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    cdsAccessor().setCValue(zu::CValue(std::to_string(data.at(0))));
+    writeIfAvailable([&] { return std::to_string(data.at(0)); });
 }
 
 std::vector<uint16_t> CdsStringToOneRegisterAccessor::getData() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return buildArrayFromString(cdsAccessor().getCValue().as_string());
+    return readIfAvailable<std::vector<uint16_t>>([&] {
+        return buildArrayFromString(cdsAccessor().getCValue().as_string());
+    });
 }
 
 std::string CdsStringToOneRegisterAccessor::getDataRepresentation() const
@@ -45,11 +41,10 @@ std::string CdsStringToOneRegisterAccessor::getDataRepresentation() const
 
 std::string CdsStringToOneRegisterAccessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    const auto words = getData();
-    return words.empty() ? std::string() : std::to_string(words.front());
+    return readIfAvailable<std::string>([&] {
+        const auto words = getData();
+        return words.empty() ? std::string() : std::to_string(words.front());
+    });
 }
 
 uint16_t CdsStringToOneRegisterAccessor::getSize() const

@@ -32,18 +32,14 @@ CdsUint32Accessor::~CdsUint32Accessor()
 
 void CdsUint32Accessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    cdsAccessor().setCValue(zu::CValue(RegisterWords::join(data, m_byteOrder, g_setDataMessage)));
+    writeIfAvailable([&] { return RegisterWords::join(data, m_byteOrder, g_setDataMessage); });
 }
 
 std::vector<uint16_t> CdsUint32Accessor::getData() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return buildArrayFromInt32(cdsAccessor().getCValue().as_uint32());
+    return readIfAvailable<std::vector<uint16_t>>([&] {
+        return buildArrayFromInt32(cdsAccessor().getCValue().as_uint32());
+    });
 }
 
 std::string CdsUint32Accessor::getDataRepresentation() const
@@ -53,10 +49,7 @@ std::string CdsUint32Accessor::getDataRepresentation() const
 
 std::string CdsUint32Accessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    return std::to_string(cdsAccessor().getCValue().as_uint32());
+    return readIfAvailable<std::string>([&] { return std::to_string(cdsAccessor().getCValue().as_uint32()); });
 }
 
 uint16_t CdsUint32Accessor::getSize() const

@@ -50,21 +50,20 @@ CdsUint32ToOneRegisterAccessor::~CdsUint32ToOneRegisterAccessor()
 
 void CdsUint32ToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
 {
-    if (!isDataAvailable()) {
-        return;
-    }
-    std::uint32_t value = 0;
-    if (!data.empty()) {
-        const uint16_t word = data.at(0);
-        if (m_operation == BitmaskOp::Xor) {
-            value = m_mask;
-        } else if (m_factor == 1.0f) {
-            value = word;
-        } else {
-            value = SaturatingCast::toUint32(static_cast<double>(word) * static_cast<double>(1.0f / m_factor));
+    writeIfAvailable([&] {
+        std::uint32_t value = 0;
+        if (!data.empty()) {
+            const uint16_t word = data.at(0);
+            if (m_operation == BitmaskOp::Xor) {
+                value = m_mask;
+            } else if (m_factor == 1.0f) {
+                value = word;
+            } else {
+                value = SaturatingCast::toUint32(static_cast<double>(word) * static_cast<double>(1.0f / m_factor));
+            }
         }
-    }
-    cdsAccessor().setCValue(zu::CValue(value));
+        return value;
+    });
 }
 
 std::vector<uint16_t> CdsUint32ToOneRegisterAccessor::getData() const
@@ -90,11 +89,10 @@ bool CdsUint32ToOneRegisterAccessor::isDataAvailable() const
 
 std::string CdsUint32ToOneRegisterAccessor::getStrValue() const
 {
-    if (!isDataAvailable()) {
-        return {};
-    }
-    const auto words = getData();
-    return words.empty() ? std::string() : std::to_string(words.front());
+    return readIfAvailable<std::string>([&] {
+        const auto words = getData();
+        return words.empty() ? std::string() : std::to_string(words.front());
+    });
 }
 
 uint16_t CdsUint32ToOneRegisterAccessor::getSize() const

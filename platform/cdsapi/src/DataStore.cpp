@@ -91,25 +91,21 @@ struct DataStore::State {
 
     // Lookups.
 
-    Device& device(std::uint64_t id)
+    template <typename Objects>
+    static auto& lookUp(Objects& objects, std::uint64_t id, const char* what)
     {
-        const auto found = devices.find(id);
-        if (found == devices.end()) {
-            throw CdsError("no device with id " + std::to_string(id));
+        const auto found = objects.find(id);
+        if (found == objects.end()) {
+            throw CdsError(std::string("no ") + what + " with id " + std::to_string(id));
         }
         return found->second;
     }
+
+    Device& device(std::uint64_t id) { return lookUp(devices, id, "device"); }
 
     const Device& device(std::uint64_t id) const { return const_cast<State*>(this)->device(id); }
 
-    Channel& channel(std::uint64_t id)
-    {
-        const auto found = channels.find(id);
-        if (found == channels.end()) {
-            throw CdsError("no channel with id " + std::to_string(id));
-        }
-        return found->second;
-    }
+    Channel& channel(std::uint64_t id) { return lookUp(channels, id, "channel"); }
 
     const Channel& channel(std::uint64_t id) const { return const_cast<State*>(this)->channel(id); }
 
@@ -550,10 +546,8 @@ float DataStore::getChannelAlarmTriggerThreshold(std::uint64_t channelId, Trigge
 
 void DataStore::setChannelAlarmTriggerThreshold(std::uint64_t channelId, TriggerId trigger, float threshold)
 {
-    const std::lock_guard lock(m_mutex);
-    auto& target = m_pState->channel(channelId);
-    target.alarm.thresholds[triggerIndex(trigger)] = threshold;
-    m_pState->notifyAlarmSettings(target);
+    changeAlarmSettings(channelId,
+                        [&](ChannelAlarmSettings& alarm) { alarm.thresholds[triggerIndex(trigger)] = threshold; });
 }
 
 bool DataStore::getChannelAlarmTriggerThreshold(std::uint64_t channelId) const
@@ -564,10 +558,7 @@ bool DataStore::getChannelAlarmTriggerThreshold(std::uint64_t channelId) const
 
 void DataStore::setChannelAlarmTriggerThreshold(std::uint64_t channelId, bool thresholdEnabled)
 {
-    const std::lock_guard lock(m_mutex);
-    auto& target = m_pState->channel(channelId);
-    target.alarm.thresholdEnabled = thresholdEnabled;
-    m_pState->notifyAlarmSettings(target);
+    changeAlarmSettings(channelId, [&](ChannelAlarmSettings& alarm) { alarm.thresholdEnabled = thresholdEnabled; });
 }
 
 float DataStore::getChannelAlarmHysteresis(std::uint64_t channelId) const
@@ -578,10 +569,7 @@ float DataStore::getChannelAlarmHysteresis(std::uint64_t channelId) const
 
 void DataStore::setChannelAlarmHysteresis(std::uint64_t channelId, float hysteresis)
 {
-    const std::lock_guard lock(m_mutex);
-    auto& target = m_pState->channel(channelId);
-    target.alarm.hysteresis = hysteresis;
-    m_pState->notifyAlarmSettings(target);
+    changeAlarmSettings(channelId, [&](ChannelAlarmSettings& alarm) { alarm.hysteresis = hysteresis; });
 }
 
 LevelAlarm DataStore::getChannelAlarmLevel(std::uint64_t channelId) const
@@ -592,9 +580,14 @@ LevelAlarm DataStore::getChannelAlarmLevel(std::uint64_t channelId) const
 
 void DataStore::setChannelAlarmLevel(std::uint64_t channelId, LevelAlarm level)
 {
+    changeAlarmSettings(channelId, [&](ChannelAlarmSettings& alarm) { alarm.level = level; });
+}
+
+void DataStore::changeAlarmSettings(std::uint64_t channelId, const std::function<void(ChannelAlarmSettings&)>& change)
+{
     const std::lock_guard lock(m_mutex);
     auto& target = m_pState->channel(channelId);
-    target.alarm.level = level;
+    change(target.alarm);
     m_pState->notifyAlarmSettings(target);
 }
 

@@ -93,11 +93,17 @@ std::vector<SeedLoader::Device> SeedLoader::parse(const std::string& jsonText) c
     if (!root.contains("devices")) {
         refuse("", "missing member \"devices\"");
     }
-    const Json& devices = expectArray(root["devices"], "/devices");
     std::set<std::uint64_t> ids;
+    return readDevices(root["devices"], "/devices", ids);
+}
+
+std::vector<SeedLoader::Device> SeedLoader::readDevices(const Json& json, const std::string& path,
+                                                        std::set<std::uint64_t>& ids) const
+{
+    const Json& devices = expectArray(json, path);
     std::vector<Device> result;
     for (std::size_t i = 0; i < devices.size(); ++i) {
-        result.push_back(readDevice(devices[i], "/devices" + indexStep(i), ids));
+        result.push_back(readDevice(devices[i], path + indexStep(i), ids));
     }
     return result;
 }
@@ -105,11 +111,7 @@ std::vector<SeedLoader::Device> SeedLoader::parse(const std::string& jsonText) c
 SeedLoader::Device SeedLoader::readDevice(const Json& json, const std::string& path,
                                           std::set<std::uint64_t>& ids) const
 {
-    expectObject(json, path, {"id", "name", "attributes", "channels", "devices"});
-    Device device;
-    device.path = path;
-    device.id = readId(json, path, ids);
-    device.name = readName(json, path);
+    Device device = readNode<Device>(json, path, {"id", "name", "attributes", "channels", "devices"}, ids);
     if (json.contains("attributes")) {
         device.attributes = readAttributes(json["attributes"], path + "/attributes");
     }
@@ -125,10 +127,7 @@ SeedLoader::Device SeedLoader::readDevice(const Json& json, const std::string& p
         }
     }
     if (json.contains("devices")) {
-        const Json& devices = expectArray(json["devices"], path + "/devices");
-        for (std::size_t i = 0; i < devices.size(); ++i) {
-            device.devices.push_back(readDevice(devices[i], path + "/devices" + indexStep(i), ids));
-        }
+        device.devices = readDevices(json["devices"], path + "/devices", ids);
     }
     return device;
 }
@@ -136,11 +135,7 @@ SeedLoader::Device SeedLoader::readDevice(const Json& json, const std::string& p
 SeedLoader::Channel SeedLoader::readChannel(const Json& json, const std::string& path,
                                             std::set<std::uint64_t>& ids) const
 {
-    expectObject(json, path, {"id", "name", "kind", "value", "alarm"});
-    Channel channel;
-    channel.path = path;
-    channel.id = readId(json, path, ids);
-    channel.name = readName(json, path);
+    Channel channel = readNode<Channel>(json, path, {"id", "name", "kind", "value", "alarm"}, ids);
     if (!json.contains("kind")) {
         refuse(path, "missing member \"kind\"");
     }

@@ -52,6 +52,20 @@ public:
 private:
     using Json = nlohmann::json;
 
+    // What devices and channels begin with: no members but the given ones,
+    // then the path, the id and the name.
+    template <typename Node>
+    Node readNode(const Json& json, const std::string& path, std::initializer_list<const char*> members,
+                  std::set<std::uint64_t>& ids) const
+    {
+        expectObject(json, path, members);
+        Node node;
+        node.path = path;
+        node.id = readId(json, path, ids);
+        node.name = readName(json, path);
+        return node;
+    }
+    std::vector<Device> readDevices(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
     Device readDevice(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
     Channel readChannel(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
     std::uint64_t readId(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;

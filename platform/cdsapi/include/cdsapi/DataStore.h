@@ -80,6 +80,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -178,6 +179,8 @@ private:
                          std::uint32_t type, std::uint64_t objectId, bool recursive);
     void removeSubscription(const ClientConnection& connection, std::uint64_t subscriptionId);
     void removeSubscriptions(const ClientConnection& connection);
+    // Applies one change to a channel's alarm settings under the lock and tells the subscribers.
+    void changeAlarmSettings(std::uint64_t channelId, const std::function<void(ChannelAlarmSettings&)>& change);
 
     mutable std::mutex m_mutex;
     std::unique_ptr<State> m_pState;

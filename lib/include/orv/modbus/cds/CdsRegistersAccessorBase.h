@@ -50,6 +50,28 @@ protected:
 
     CdsDataAccessor& cdsAccessor() const;
 
+    // getData and getStrValue: read() while the class's own (virtual)
+    // isDataAvailable() says the data point can be read, an empty result
+    // otherwise.
+    template <typename Result, typename Read>
+    Result readIfAvailable(Read&& read) const
+    {
+        if (!isDataAvailable()) {
+            return {};
+        }
+        return read();
+    }
+
+    // setData: stores makeValue() in the data point while isDataAvailable();
+    // otherwise the write is dropped before anything is converted.
+    template <typename MakeValue>
+    void writeIfAvailable(MakeValue&& makeValue)
+    {
+        if (isDataAvailable()) {
+            cdsAccessor().setCValue(zu::CValue(makeValue()));
+        }
+    }
+
     // Calls the update callback, when one is set, with makeWords(); nothing
     // is converted while nobody listens.
     template <typename MakeWords>
