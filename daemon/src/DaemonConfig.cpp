@@ -19,7 +19,7 @@ std::filesystem::path resolve(const std::filesystem::path& base, const std::stri
 void readTcp(const JsonNode& tcp, modbus::ModbusServerSettings& server)
 {
     server.tcpEnabled = tcp.booleanOr("enabled", true);
-    server.tcpPort = static_cast<std::uint32_t>(tcp.integerOr("port", 0, 65535, 1502));
+    server.tcpPort = static_cast<std::uint32_t>(tcp.integerOr("port", 1, 65535, 1502));
 }
 
 void readRtu(const JsonNode& rtu, modbus::ModbusServerSettings& server)
@@ -27,6 +27,10 @@ void readRtu(const JsonNode& rtu, modbus::ModbusServerSettings& server)
     server.rtuEnabled = rtu.booleanOr("enabled", false);
     if (const auto device = rtu.optionalMember("device")) {
         server.rtuDevice = device->text();
+        // Checked here, so that a missing line fails before the TCP port opens.
+        if (server.rtuEnabled && !std::filesystem::exists(server.rtuDevice)) {
+            device->fail("no serial device \"" + server.rtuDevice + "\"");
+        }
     } else if (server.rtuEnabled) {
         rtu.member("device");
     }
@@ -105,6 +109,22 @@ std::vector<UnitAssignment> readUnits(const std::optional<JsonNode>& units, cons
     return result;
 }
 
+// A daemon that opens no front end, or one that answers no unit id, would run
+// without ever serving a request: almost certainly a configuration mistake.
+void checkSomethingIsServed(const JsonNode& root, const DaemonConfig& config)
+{
+    const JsonNode server = root.member("server");
+    if (!config.server.tcpEnabled && !config.server.rtuEnabled) {
+        server.fail("neither \"tcp\" nor \"rtu\" is enabled: nothing to serve");
+    }
+    if (config.server.tcpEnabled && config.tcpUnits.empty()) {
+        server.fail("\"tcp\" is enabled but \"tcpUnits\" assigns no unit id");
+    }
+    if (config.server.rtuEnabled && config.rtuUnits.empty()) {
+        server.fail("\"rtu\" is enabled but \"rtuUnits\" assigns no unit id");
+    }
+}
+
 SimulatorSettings readSimulator(const JsonNode& simulator)
 {
     SimulatorSettings result;
@@ -142,6 +162,7 @@ DaemonConfig DaemonConfig::load(const std::filesystem::path& file)
     config.maps = readMaps(root.member("maps"), base);
     config.tcpUnits = readUnits(root.optionalMember("tcpUnits"), config.maps, true);
     config.rtuUnits = readUnits(root.optionalMember("rtuUnits"), config.maps, false);
+    checkSomethingIsServed(root, config);
     if (const auto dataStore = root.optionalMember("dataStore")) {
         if (const auto seed = dataStore->optionalMember("seedFile")) {
             config.seedFile = resolve(base, seed->text());
