@@ -18,12 +18,14 @@ std::filesystem::path resolve(const std::filesystem::path& base, const std::stri
 
 void readTcp(const JsonNode& tcp, modbus::ModbusServerSettings& server)
 {
+    tcp.expectOnlyKeys({"enabled", "port"});
     server.tcpEnabled = tcp.booleanOr("enabled", true);
     server.tcpPort = static_cast<std::uint32_t>(tcp.integerOr("port", 1, 65535, 1502));
 }
 
 void readRtu(const JsonNode& rtu, modbus::ModbusServerSettings& server)
 {
+    rtu.expectOnlyKeys({"enabled", "device", "baudRate", "parity", "dataBits", "stopBits"});
     server.rtuEnabled = rtu.booleanOr("enabled", false);
     if (const auto device = rtu.optionalMember("device")) {
         server.rtuDevice = device->text();
@@ -45,6 +47,7 @@ std::vector<MapPlugin> readMaps(const JsonNode& maps, const std::filesystem::pat
     std::vector<MapPlugin> result;
     std::set<std::string> ids;
     for (const JsonNode& map : maps.elements()) {
+        map.expectOnlyKeys({"id", "plugin"});
         MapPlugin plugin{map.member("id").text(), resolve(base, map.member("plugin").text())};
         if (!ids.insert(plugin.id).second) {
             map.member("id").fail("map \"" + plugin.id + "\" is defined twice");
@@ -71,6 +74,10 @@ std::vector<std::string> readPatterns(const JsonNode& patterns)
 
 UnitAssignment readUnit(const JsonNode& unit, const std::set<std::string>& mapIds, bool withPatterns)
 {
+    unit.expectOnlyKeys({"unitId", "map", "oneBasedAddresses", "readOnly", "skipReadChecks", "allowedAddresses"});
+    if (!withPatterns && unit.has("allowedAddresses")) {
+        unit.member("allowedAddresses").fail("client address patterns apply to TCP units only");
+    }
     UnitAssignment result;
     result.unitId = static_cast<unsigned>(unit.member("unitId").integer(0, g_maxUnitId));
     const JsonNode map = unit.member("map");
@@ -127,11 +134,13 @@ void checkSomethingIsServed(const JsonNode& root, const DaemonConfig& config)
 
 SimulatorSettings readSimulator(const JsonNode& simulator)
 {
+    simulator.expectOnlyKeys({"enabled", "periodMs", "channels"});
     SimulatorSettings result;
     result.enabled = simulator.booleanOr("enabled", false);
     result.period = std::chrono::milliseconds(simulator.integerOr("periodMs", 10, 3'600'000, 1000));
     if (const auto channels = simulator.optionalMember("channels")) {
         for (const JsonNode& channel : channels->elements()) {
+            channel.expectOnlyKeys({"device", "channel", "min", "max"});
             result.channels.push_back({channel.member("device").text(), channel.member("channel").text(),
                                        static_cast<float>(channel.member("min").number()),
                                        static_cast<float>(channel.member("max").number())});
@@ -152,7 +161,9 @@ DaemonConfig DaemonConfig::load(const std::filesystem::path& file)
     config.server.name = "orv-gw-modbusd";
     config.server.tcpEnabled = false;
     config.server.rtuEnabled = false;
+    root.expectOnlyKeys({"server", "maps", "tcpUnits", "rtuUnits", "dataStore", "statisticsIntervalSeconds"});
     const JsonNode server = root.member("server");
+    server.expectOnlyKeys({"tcp", "rtu"});
     if (const auto tcp = server.optionalMember("tcp")) {
         readTcp(*tcp, config.server);
     }
@@ -164,6 +175,7 @@ DaemonConfig DaemonConfig::load(const std::filesystem::path& file)
     config.rtuUnits = readUnits(root.optionalMember("rtuUnits"), config.maps, false);
     checkSomethingIsServed(root, config);
     if (const auto dataStore = root.optionalMember("dataStore")) {
+        dataStore->expectOnlyKeys({"seedFile", "simulator"});
         if (const auto seed = dataStore->optionalMember("seedFile")) {
             config.seedFile = resolve(base, seed->text());
         }

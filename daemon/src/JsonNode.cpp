@@ -1,5 +1,6 @@
 #include "JsonNode.h"
 
+#include <algorithm>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -173,6 +174,20 @@ std::int64_t JsonNode::integerOr(const std::string& key, std::int64_t minimum, s
 {
     const auto node = optionalMember(key);
     return node ? node->integer(minimum, maximum) : fallback;
+}
+
+void JsonNode::expectOnlyKeys(std::initializer_list<std::string_view> keys) const
+{
+    expectObject();
+    for (const auto& [key, value] : m_value.items()) {
+        if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
+            std::string known;
+            for (const std::string_view name : keys) {
+                known += (known.empty() ? "" : ", ") + std::string(name);
+            }
+            JsonNode(value, m_file, m_path + "/" + key).fail("unknown key (known here: " + known + ")");
+        }
+    }
 }
 
 void JsonNode::fail(const std::string& problem) const

@@ -247,6 +247,51 @@ TEST_F(DaemonConfigErrorTest, RelativePathsAreTakenFromTheConfigurationFolder)
     EXPECT_EQ(daemon.waitForExit(10s), 0);
 }
 
+TEST_F(DaemonConfigErrorTest, MistypedKeyIsNamed)
+{
+    const std::string path = write("typo.json", config(R"([{"unitId": 1, "map": "demo", "readOnly": true,
+                                                            "oneBasedAdresses": true, "allowedAddresses": []}])"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /tcpUnits/0/oneBasedAdresses: unknown key (known here: unitId, map, "
+                                "oneBasedAddresses, readOnly, skipReadChecks, allowedAddresses)"),
+              std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, MistypedServerKeyIsNamed)
+{
+    const std::string path = write("server.json", R"({"server": {"tcp": {"enable": false}}, "maps": []})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /server/tcp/enable: unknown key"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, AddressPatternsOnAnRtuUnitAreRefused)
+{
+    const std::string path = write("rtu-patterns.json", R"({"server": {"tcp": {"enabled": true}},
+        "maps": [{"id": "demo", "plugin": ")" ORV_DEMO_PLUGIN R"("}],
+        "tcpUnits": [{"unitId": 1, "map": "demo", "allowedAddresses": []}],
+        "rtuUnits": [{"unitId": 1, "map": "demo", "allowedAddresses": [".*"]}]})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /rtuUnits/0/allowedAddresses: client address patterns apply to TCP units only"),
+              std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, SimulatedChannelMissingFromTheSeedIsNamed)
+{
+    const std::string path = write("simulator.json", R"({"server": {"tcp": {"enabled": true}},
+        "maps": [{"id": "demo", "plugin": ")" ORV_DEMO_PLUGIN R"("}],
+        "tcpUnits": [{"unitId": 1, "map": "demo", "allowedAddresses": []}],
+        "dataStore": {"seedFile": ")" ORV_DEMO_SEED R"(",
+                      "simulator": {"enabled": true,
+                                    "channels": [{"device": "meter-1", "channel": "Voltgae", "min": 1, "max": 2}]}}})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /dataStore/simulator/channels: simulator: no channel \"Voltgae\" on device "
+                                "\"meter-1\""),
+              std::string::npos)
+        << error;
+}
+
 TEST_F(DaemonConfigErrorTest, BadCommandLineIsRefusedWithUsage)
 {
     ChildProcess daemon(ORV_DAEMON_BINARY, {"--tcp-port", "70000", "--config", "x.json"});
