@@ -1,6 +1,5 @@
 #include "Daemon.h"
 
-#include "Simulator.h"
 #include "StatisticCounters.h"
 
 #include <cdsapi/DataStore.h>
@@ -69,7 +68,7 @@ int Daemon::run()
 {
     std::optional<Simulator> simulator;
     if (m_config.simulator.enabled) {
-        simulator.emplace(m_config.simulator);
+        startSimulator(simulator);
     }
     auto counters = std::make_shared<StatisticCounters>();
     modbus::ModbusServer server(m_config.server, counters, m_commandLine.modbusDebug);
@@ -87,6 +86,17 @@ int Daemon::run()
     server.stop();
     logSummary();
     return 0;
+}
+
+// The simulator looks its channels up in the loaded store, so a channel the
+// seed lacks is only found here; it is still reported against the file.
+void Daemon::startSimulator(std::optional<Simulator>& simulator) const
+{
+    try {
+        simulator.emplace(m_config.simulator);
+    } catch (const std::exception& error) {
+        throw std::runtime_error(m_commandLine.config.string() + ": /dataStore/simulator/channels: " + error.what());
+    }
 }
 
 modbus::ModbusMapsConfiguration Daemon::buildMapsConfiguration() const

@@ -5,10 +5,12 @@
 
 #include "CommandLine.h"
 #include "DaemonConfig.h"
+#include "Simulator.h"
 
 #include <orv/modbus/ModbusMapsConfiguration.h>
 
 #include <csignal>
+#include <optional>
 
 namespace orv::modbusd {
 
@@ -22,6 +24,7 @@ public:
     int run();
 
 private:
+    void startSimulator(std::optional<Simulator>& simulator) const;
     modbus::ModbusMapsConfiguration buildMapsConfiguration() const;
     void waitForStopSignal(const std::function<void()>& everyInterval) const;
 

@@ -18,15 +18,21 @@ std::filesystem::path resolve(const std::filesystem::path& base, const std::stri
 
 void readTcp(const JsonNode& tcp, modbus::ModbusServerSettings& server)
 {
+    tcp.expectOnlyKeys({"enabled", "port"});
     server.tcpEnabled = tcp.booleanOr("enabled", true);
-    server.tcpPort = static_cast<std::uint32_t>(tcp.integerOr("port", 0, 65535, 1502));
+    server.tcpPort = static_cast<std::uint32_t>(tcp.integerOr("port", 1, 65535, 1502));
 }
 
 void readRtu(const JsonNode& rtu, modbus::ModbusServerSettings& server)
 {
+    rtu.expectOnlyKeys({"enabled", "device", "baudRate", "parity", "dataBits", "stopBits"});
     server.rtuEnabled = rtu.booleanOr("enabled", false);
     if (const auto device = rtu.optionalMember("device")) {
         server.rtuDevice = device->text();
+        // Checked here, so that a missing line fails before the TCP port opens.
+        if (server.rtuEnabled && !std::filesystem::exists(server.rtuDevice)) {
+            device->fail("no serial device \"" + server.rtuDevice + "\"");
+        }
     } else if (server.rtuEnabled) {
         rtu.member("device");
     }
@@ -41,6 +47,7 @@ std::vector<MapPlugin> readMaps(const JsonNode& maps, const std::filesystem::pat
     std::vector<MapPlugin> result;
     std::set<std::string> ids;
     for (const JsonNode& map : maps.elements()) {
+        map.expectOnlyKeys({"id", "plugin"});
         MapPlugin plugin{map.member("id").text(), resolve(base, map.member("plugin").text())};
         if (!ids.insert(plugin.id).second) {
             map.member("id").fail("map \"" + plugin.id + "\" is defined twice");
@@ -67,6 +74,10 @@ std::vector<std::string> readPatterns(const JsonNode& patterns)
 
 UnitAssignment readUnit(const JsonNode& unit, const std::set<std::string>& mapIds, bool withPatterns)
 {
+    unit.expectOnlyKeys({"unitId", "map", "oneBasedAddresses", "readOnly", "skipReadChecks", "allowedAddresses"});
+    if (!withPatterns && unit.has("allowedAddresses")) {
+        unit.member("allowedAddresses").fail("client address patterns apply to TCP units only");
+    }
     UnitAssignment result;
     result.unitId = static_cast<unsigned>(unit.member("unitId").integer(0, g_maxUnitId));
     const JsonNode map = unit.member("map");
@@ -105,13 +116,31 @@ std::vector<UnitAssignment> readUnits(const std::optional<JsonNode>& units, cons
     return result;
 }
 
+// A daemon that opens no front end, or one that answers no unit id, would run
+// without ever serving a request: almost certainly a configuration mistake.
+void checkSomethingIsServed(const JsonNode& root, const DaemonConfig& config)
+{
+    const JsonNode server = root.member("server");
+    if (!config.server.tcpEnabled && !config.server.rtuEnabled) {
+        server.fail("neither \"tcp\" nor \"rtu\" is enabled: nothing to serve");
+    }
+    if (config.server.tcpEnabled && config.tcpUnits.empty()) {
+        server.fail("\"tcp\" is enabled but \"tcpUnits\" assigns no unit id");
+    }
+    if (config.server.rtuEnabled && config.rtuUnits.empty()) {
+        server.fail("\"rtu\" is enabled but \"rtuUnits\" assigns no unit id");
+    }
+}
+
 SimulatorSettings readSimulator(const JsonNode& simulator)
 {
+    simulator.expectOnlyKeys({"enabled", "periodMs", "channels"});
     SimulatorSettings result;
     result.enabled = simulator.booleanOr("enabled", false);
     result.period = std::chrono::milliseconds(simulator.integerOr("periodMs", 10, 3'600'000, 1000));
     if (const auto channels = simulator.optionalMember("channels")) {
         for (const JsonNode& channel : channels->elements()) {
+            channel.expectOnlyKeys({"device", "channel", "min", "max"});
             result.channels.push_back({channel.member("device").text(), channel.member("channel").text(),
                                        static_cast<float>(channel.member("min").number()),
                                        static_cast<float>(channel.member("max").number())});
@@ -132,7 +161,9 @@ DaemonConfig DaemonConfig::load(const std::filesystem::path& file)
     config.server.name = "orv-gw-modbusd";
     config.server.tcpEnabled = false;
     config.server.rtuEnabled = false;
+    root.expectOnlyKeys({"server", "maps", "tcpUnits", "rtuUnits", "dataStore", "statisticsIntervalSeconds"});
     const JsonNode server = root.member("server");
+    server.expectOnlyKeys({"tcp", "rtu"});
     if (const auto tcp = server.optionalMember("tcp")) {
         readTcp(*tcp, config.server);
     }
@@ -142,7 +173,9 @@ DaemonConfig DaemonConfig::load(const std::filesystem::path& file)
     config.maps = readMaps(root.member("maps"), base);
     config.tcpUnits = readUnits(root.optionalMember("tcpUnits"), config.maps, true);
     config.rtuUnits = readUnits(root.optionalMember("rtuUnits"), config.maps, false);
+    checkSomethingIsServed(root, config);
     if (const auto dataStore = root.optionalMember("dataStore")) {
+        dataStore->expectOnlyKeys({"seedFile", "simulator"});
         if (const auto seed = dataStore->optionalMember("seedFile")) {
             config.seedFile = resolve(base, seed->text());
         }

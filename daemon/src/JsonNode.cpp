@@ -1,10 +1,65 @@
 #include "JsonNode.h"
 
+#include <algorithm>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
 namespace orv::modbusd {
+namespace {
+
+// Where the parser stands in one open object or array.
+struct OpenContainer {
+    bool isObject = false;
+    std::set<std::string> keys;
+    std::string key;
+    std::size_t index = 0;
+};
+
+std::string pathOf(const std::vector<OpenContainer>& open, std::size_t count)
+{
+    std::string path;
+    for (std::size_t i = 0; i < count; ++i) {
+        path += "/" + (open[i].isObject ? open[i].key : std::to_string(open[i].index));
+    }
+    return path;
+}
+
+void elementDone(std::vector<OpenContainer>& open)
+{
+    if (!open.empty() && !open.back().isObject) {
+        ++open.back().index;
+    }
+}
+
+// The parser keeps the last of two equal keys without a word; in a
+// configuration that hides a typing mistake, so it is refused.
+nlohmann::json::parser_callback_t duplicateKeyCheck(const std::filesystem::path& file,
+                                                    std::vector<OpenContainer>& open)
+{
+    using Event = nlohmann::json::parse_event_t;
+    return [&file, &open](int, Event event, nlohmann::json& parsed) {
+        if (event == Event::object_start || event == Event::array_start) {
+            open.push_back({event == Event::object_start, {}, {}, 0});
+        } else if (event == Event::key) {
+            const auto key = parsed.get<std::string>();
+            if (!open.back().keys.insert(key).second) {
+                throw std::runtime_error(file.string() + ": " + pathOf(open, open.size() - 1) + "/" + key
+                                         + ": the key appears twice in one object");
+            }
+            open.back().key = key;
+        } else if (event == Event::object_end || event == Event::array_end) {
+            open.pop_back();
+            elementDone(open);
+        } else {
+            elementDone(open);
+        }
+        return true;
+    };
+}
+
+} // namespace
 
 JsonNode::JsonNode(const nlohmann::json& value, std::string file, std::string path)
     : m_value(value)
@@ -19,8 +74,9 @@ nlohmann::json JsonNode::parseFile(const std::filesystem::path& file)
     if (!stream) {
         throw std::runtime_error(file.string() + ": cannot open the file");
     }
+    std::vector<OpenContainer> open;
     try {
-        return nlohmann::json::parse(stream, nullptr, true, true);
+        return nlohmann::json::parse(stream, duplicateKeyCheck(file, open), true, true);
     } catch (const nlohmann::json::parse_error& error) {
         throw std::runtime_error(file.string() + ": not valid JSON: " + error.what());
     }
@@ -118,6 +174,20 @@ std::int64_t JsonNode::integerOr(const std::string& key, std::int64_t minimum, s
 {
     const auto node = optionalMember(key);
     return node ? node->integer(minimum, maximum) : fallback;
+}
+
+void JsonNode::expectOnlyKeys(std::initializer_list<std::string_view> keys) const
+{
+    expectObject();
+    for (const auto& [key, value] : m_value.items()) {
+        if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
+            std::string known;
+            for (const std::string_view name : keys) {
+                known += (known.empty() ? "" : ", ") + std::string(name);
+            }
+            JsonNode(value, m_file, m_path + "/" + key).fail("unknown key (known here: " + known + ")");
+        }
+    }
 }
 
 void JsonNode::fail(const std::string& problem) const

@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orv::modbusd {
@@ -34,6 +36,10 @@ public:
     bool booleanOr(const std::string& key, bool fallback) const;
     std::int64_t integerOr(const std::string& key, std::int64_t minimum, std::int64_t maximum,
                            std::int64_t fallback) const;
+
+    // Refuses any member not named here, so that a mistyped key is reported
+    // instead of silently falling back to the default.
+    void expectOnlyKeys(std::initializer_list<std::string_view> keys) const;
 
     [[noreturn]] void fail(const std::string& problem) const;
 

@@ -14,6 +14,8 @@ namespace {
 using namespace std::chrono_literals;
 using orv::test::ChildProcess;
 
+constexpr const char* g_loopbackUnit = R"([{"unitId": 1, "map": "demo", "allowedAddresses": ["^127\\.0\\.0\\.1$"]}])";
+
 class DaemonConfigErrorTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -35,7 +37,7 @@ protected:
     }
 
     // A good configuration, but for the units, plug-in or seed given.
-    std::string config(const std::string& tcpUnits = R"([{"unitId": 1, "map": "demo", "allowedAddresses": ["^127\\.0\\.0\\.1$"]}])",
+    std::string config(const std::string& tcpUnits = g_loopbackUnit,
                        const std::string& plugin = ORV_DEMO_PLUGIN, const std::string& seed = ORV_DEMO_SEED)
     {
         return R"({"server": {"tcp": {"enabled": true, "port": 1502}},
@@ -141,7 +143,7 @@ TEST_F(DaemonConfigErrorTest, UnknownMapOfAUnitIsNamed)
 TEST_F(DaemonConfigErrorTest, PluginThatFailsToLoadGivesTheLoaderMessage)
 {
     const std::string plugin = (m_dir / "no-such-plugin.so").string();
-    const std::string path = write("plugin.json", config(R"([])", plugin));
+    const std::string path = write("plugin.json", config(g_loopbackUnit, plugin));
     const std::string error = runExpectingFailure(path);
     EXPECT_NE(error.find("map \"demo\" from " + plugin + ": Couldn't dlopen library " + plugin), std::string::npos)
         << error;
@@ -149,7 +151,7 @@ TEST_F(DaemonConfigErrorTest, PluginThatFailsToLoadGivesTheLoaderMessage)
 
 TEST_F(DaemonConfigErrorTest, PluginWithoutFactoryGivesTheSymbolMessage)
 {
-    const std::string path = write("symbol.json", config(R"([])", ORV_TEST_NO_FACTORY_PLUGIN));
+    const std::string path = write("symbol.json", config(g_loopbackUnit, ORV_TEST_NO_FACTORY_PLUGIN));
     const std::string error = runExpectingFailure(path);
     EXPECT_NE(error.find("Couldn't get createMap symbol from library"), std::string::npos) << error;
 }
@@ -157,7 +159,7 @@ TEST_F(DaemonConfigErrorTest, PluginWithoutFactoryGivesTheSymbolMessage)
 TEST_F(DaemonConfigErrorTest, MissingSeedFileIsNamed)
 {
     const std::string seed = (m_dir / "absent-seed.json").string();
-    const std::string path = write("seed.json", config(R"([])", ORV_DEMO_PLUGIN, seed));
+    const std::string path = write("seed.json", config(g_loopbackUnit, ORV_DEMO_PLUGIN, seed));
     const std::string error = runExpectingFailure(path);
     EXPECT_NE(error.find(seed), std::string::npos) << error;
 }
@@ -165,10 +167,129 @@ TEST_F(DaemonConfigErrorTest, MissingSeedFileIsNamed)
 TEST_F(DaemonConfigErrorTest, SeedWithBadShapeNamesFileAndPath)
 {
     const std::string seed = write("bad-seed.json", R"({"devices": [{"name": "x", "channels": [{"name": "c", "kind": "flaot"}]}]})");
-    const std::string path = write("seed.json", config(R"([])", ORV_DEMO_PLUGIN, seed));
+    const std::string path = write("seed.json", config(g_loopbackUnit, ORV_DEMO_PLUGIN, seed));
     const std::string error = runExpectingFailure(path);
     EXPECT_NE(error.find(seed), std::string::npos) << error;
     EXPECT_NE(error.find("/devices/0/channels/0/kind"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, UnitIdAssignedTwiceIsNamed)
+{
+    const std::string path = write("twice.json", config(R"([{"unitId": 1, "map": "demo", "allowedAddresses": []},
+                                                              {"unitId": 1, "map": "demo", "allowedAddresses": []}])"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /tcpUnits/1/unitId: unit id 1 is assigned twice"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, DuplicateKeyIsNamed)
+{
+    const std::string path = write("key.json", config(R"([{"unitId": 1, "map": "demo", "unitId": 2, "allowedAddresses": []}])"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /tcpUnits/0/unitId: the key appears twice in one object"), std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, DuplicateTopLevelKeyIsNamed)
+{
+    const std::string path = write("top.json", R"({"server": {"tcp": {"enabled": true}}, "maps": [],
+                                                  "server": {"tcp": {"enabled": false}}})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /server: the key appears twice in one object"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, NothingEnabledIsRefused)
+{
+    const std::string path = write("none.json", R"({"server": {"tcp": {"enabled": false}}, "maps": []})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /server: neither \"tcp\" nor \"rtu\" is enabled: nothing to serve"),
+              std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, TcpWithoutUnitsIsRefused)
+{
+    const std::string path = write("nounits.json", config("[]"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /server: \"tcp\" is enabled but \"tcpUnits\" assigns no unit id"),
+              std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, PortZeroIsRefused)
+{
+    const std::string path = write("port.json", R"({"server": {"tcp": {"enabled": true, "port": 0}}, "maps": []})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /server/tcp/port: expected an integer from 1 to 65535, got 0"), std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, MissingSerialDeviceFailsBeforeTheTcpPortOpens)
+{
+    const std::string device = (m_dir / "ttyABSENT").string();
+    const std::string path = write("rtu.json", R"({"server": {"tcp": {"enabled": true},
+                                                              "rtu": {"enabled": true, "device": ")"
+                                                   + device + R"("}},
+        "maps": [{"id": "demo", "plugin": ")" ORV_DEMO_PLUGIN R"("}],
+        "tcpUnits": [{"unitId": 1, "map": "demo", "allowedAddresses": []}],
+        "rtuUnits": [{"unitId": 1, "map": "demo"}]})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /server/rtu/device: no serial device \"" + device + "\""), std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, RelativePathsAreTakenFromTheConfigurationFolder)
+{
+    std::filesystem::copy_file(ORV_DEMO_SEED, m_dir / "relative-seed.json");
+    const std::string path = write("relative.json", config(g_loopbackUnit, ORV_DEMO_PLUGIN, "relative-seed.json"));
+    ChildProcess daemon(ORV_DAEMON_BINARY, {"--config", path, "--tcp-port", std::to_string(m_port)});
+    ASSERT_TRUE(daemon.waitForOutput("serving Modbus TCP", 20s)) << daemon.standardError();
+    daemon.signal(SIGTERM);
+    EXPECT_EQ(daemon.waitForExit(10s), 0);
+}
+
+TEST_F(DaemonConfigErrorTest, MistypedKeyIsNamed)
+{
+    const std::string path = write("typo.json", config(R"([{"unitId": 1, "map": "demo", "readOnly": true,
+                                                            "oneBasedAdresses": true, "allowedAddresses": []}])"));
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /tcpUnits/0/oneBasedAdresses: unknown key (known here: unitId, map, "
+                                "oneBasedAddresses, readOnly, skipReadChecks, allowedAddresses)"),
+              std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, MistypedServerKeyIsNamed)
+{
+    const std::string path = write("server.json", R"({"server": {"tcp": {"enable": false}}, "maps": []})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /server/tcp/enable: unknown key"), std::string::npos) << error;
+}
+
+TEST_F(DaemonConfigErrorTest, AddressPatternsOnAnRtuUnitAreRefused)
+{
+    const std::string path = write("rtu-patterns.json", R"({"server": {"tcp": {"enabled": true}},
+        "maps": [{"id": "demo", "plugin": ")" ORV_DEMO_PLUGIN R"("}],
+        "tcpUnits": [{"unitId": 1, "map": "demo", "allowedAddresses": []}],
+        "rtuUnits": [{"unitId": 1, "map": "demo", "allowedAddresses": [".*"]}]})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /rtuUnits/0/allowedAddresses: client address patterns apply to TCP units only"),
+              std::string::npos)
+        << error;
+}
+
+TEST_F(DaemonConfigErrorTest, SimulatedChannelMissingFromTheSeedIsNamed)
+{
+    const std::string path = write("simulator.json", R"({"server": {"tcp": {"enabled": true}},
+        "maps": [{"id": "demo", "plugin": ")" ORV_DEMO_PLUGIN R"("}],
+        "tcpUnits": [{"unitId": 1, "map": "demo", "allowedAddresses": []}],
+        "dataStore": {"seedFile": ")" ORV_DEMO_SEED R"(",
+                      "simulator": {"enabled": true,
+                                    "channels": [{"device": "meter-1", "channel": "Voltgae", "min": 1, "max": 2}]}}})");
+    const std::string error = runExpectingFailure(path);
+    EXPECT_NE(error.find(path + ": /dataStore/simulator/channels: simulator: no channel \"Voltgae\" on device "
+                                "\"meter-1\""),
+              std::string::npos)
+        << error;
 }
 
 TEST_F(DaemonConfigErrorTest, BadCommandLineIsRefusedWithUsage)
