@@ -327,5 +327,26 @@ TEST(ModbusMapLegacyRequestTest, LegacyEntriesAnswerBothRegisterReads)
     EXPECT_THAT(holding->written(), ElementsAre(ElementsAre(9)));
 }
 
+TEST(ModbusMapLegacyRequestTest, HoldingEntryInsideALegacySpanAnswersItsOwnAddress)
+{
+    EntryList entries;
+    auto legacy = entries.add<LegacyRegisters>(0, 4, true, {0xa0a0, 0xa1a1, 0xa2a2, 0xa3a3});
+    auto holding = entries.add<HoldingRegisters>(1, 1, true, {0x0101});
+    ModbusMap map("legacy", entries.release(), nullptr, ByteOrder::ABCD);
+    ModbusWire wire;
+    EXPECT_EQ(wire.exchange(map, readPdu(4, 0, 4)), registersReplyPdu(4, {0xa0a0, 0xa1a1, 0xa2a2, 0xa3a3}));
+
+    // Met before and after the holding entry, the legacy entry still gets
+    // the write once.
+    EXPECT_EQ(wire.exchange(map, writeRegistersPdu(0, {1, 2, 3, 4})), readPdu(16, 0, 4));
+    EXPECT_THAT(holding->written(), ElementsAre(ElementsAre(2)));
+    EXPECT_THAT(legacy->written(), ElementsAre(ElementsAre(1, 2, 3, 4)));
+    EXPECT_EQ(wire.exchange(map, readPdu(3, 0, 4)), registersReplyPdu(3, {1, 2, 3, 4}));
+
+    // An unavailable holding entry refuses the read even inside a legacy span.
+    holding->setAvailable(false);
+    EXPECT_EQ(wire.exchange(map, readPdu(3, 0, 4)), exceptionPdu(3, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS));
+}
+
 } // namespace
 } // namespace orv::modbus::test

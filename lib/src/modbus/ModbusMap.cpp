@@ -3,6 +3,8 @@
 #include <orv/logging/Logger.h>
 #include <orv/modbus/ModbusException.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <initializer_list>
 #include <mutex>
@@ -61,10 +63,29 @@ uint16_t readWord(const uint8_t* bytes)
     return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
 }
 
-// The address of a single-write request (function codes 5 and 6).
-std::vector<uint16_t> singleAddress(const uint8_t* pdu, bool addressShift)
+// Consecutive table addresses named by a request, wrapping past 65535.
+struct AddressRange {
+    uint16_t first;
+    uint16_t count;
+
+    uint16_t at(uint16_t offset) const { return static_cast<uint16_t>(first + offset); }
+};
+
+uint16_t firstAddress(const uint8_t* pdu, bool addressShift)
 {
-    return {static_cast<uint16_t>(readWord(pdu + 1) - (addressShift ? 1 : 0))};
+    return static_cast<uint16_t>(readWord(pdu + 1) - (addressShift ? 1 : 0));
+}
+
+// The addresses of a read or multiple-write request.
+AddressRange requestRange(const uint8_t* pdu, bool addressShift)
+{
+    return {firstAddress(pdu, addressShift), readWord(pdu + 3)};
+}
+
+// The address of a single-write request (function codes 5 and 6).
+AddressRange singleAddress(const uint8_t* pdu, bool addressShift)
+{
+    return {firstAddress(pdu, addressShift), 1};
 }
 
 // What processRequest logs for a function code, or nullptr for none.
@@ -127,16 +148,52 @@ void setStarts(modbus_mapping_t& tables, bool addressShift)
     tables.start_registers = start;
 }
 
-// The entry covering `address` in the first of `indexes` that has one.
-std::shared_ptr<ModbusMapEntry> findEntry(uint16_t address, std::initializer_list<const EntryIndex*> indexes)
+// Whether `address` is one of the keys `entry` holds in its index. The same
+// 16-bit arithmetic as when the keys were registered, so a span that wraps
+// past 65535 matches too.
+bool inSpan(const ModbusMapEntry& entry, uint16_t address)
 {
-    for (const EntryIndex* index : indexes) {
-        if (auto found = index->find(address); found != index->end()) {
-            return found->second;
-        }
-    }
-    throw ModbusException(ModbusException::g_illegalDataAddress);
+    return static_cast<uint16_t>(address - entry.getAddress()) < entry.getSize();
 }
+
+// Finds, for the addresses of one request taken one after the other, the
+// entry covering each in the first of its indexes that has one (the preferred
+// index, then the fallback), or throws exception 2 when none has it.
+// Looking every address up costs most of a large request; but an entry holds
+// every key of its span in its index, so inside the span of the entry found
+// last that index answers with it again, and only an index preferred to it
+// still needs asking.
+class EntryResolver {
+public:
+    explicit EntryResolver(const EntryIndex& preferred, const EntryIndex* fallback = nullptr)
+        : m_indexes{&preferred, fallback}
+        , m_indexCount(fallback ? 2 : 1)
+    {
+    }
+
+    ModbusMapEntry& resolve(uint16_t address)
+    {
+        const bool inLastSpan = m_pLast != nullptr && inSpan(*m_pLast, address);
+        const size_t asked = inLastSpan ? m_lastRank : m_indexCount;
+        for (size_t rank = 0; rank < asked; ++rank) {
+            if (auto found = m_indexes[rank]->find(address); found != m_indexes[rank]->end()) {
+                m_pLast = found->second.get();
+                m_lastRank = rank;
+                return *m_pLast;
+            }
+        }
+        if (inLastSpan) {
+            return *m_pLast;
+        }
+        throw ModbusException(ModbusException::g_illegalDataAddress);
+    }
+
+private:
+    std::array<const EntryIndex*, 2> m_indexes;
+    size_t m_indexCount;
+    ModbusMapEntry* m_pLast = nullptr;
+    size_t m_lastRank = 0;
+};
 
 } // namespace
 
@@ -263,13 +320,11 @@ std::string ModbusMap::notAvailableUserMessage() const
 
 std::vector<uint16_t> ModbusMap::getAddresses(int headerLength, uint8_t* query, bool addressShift)
 {
-    const uint8_t* pdu = query + headerLength;
-    const auto start = static_cast<uint16_t>(readWord(pdu + 1) - (addressShift ? 1 : 0));
-    const uint16_t count = readWord(pdu + 3);
+    const AddressRange range = requestRange(query + headerLength, addressShift);
     std::vector<uint16_t> addresses;
-    addresses.reserve(count);
-    for (uint16_t i = 0; i < count; ++i) {
-        addresses.push_back(static_cast<uint16_t>(start + i));
+    addresses.reserve(range.count);
+    for (uint16_t i = 0; i < range.count; ++i) {
+        addresses.push_back(range.at(i));
     }
     return addresses;
 }
@@ -332,56 +387,69 @@ bool ModbusMap::collectEntries(uint8_t* query, int headerLength, bool skipReadCh
                                bool addressShift, EntrySet& touched) const
 {
     const uint8_t* pdu = query + headerLength;
-    const auto addEntry = [&touched](const std::shared_ptr<ModbusMapEntry>& entry) {
-        touched.emplace(std::make_pair(entry->getAddress(), entry->getType()), entry);
+    // Consecutive addresses mostly hit the entry added last, so only that
+    // one is checked here; sortTouched drops the other repeats.
+    const auto addEntry = [&touched](ModbusMapEntry& entry) {
+        if (touched.empty() || touched.back().second != &entry) {
+            touched.emplace_back(std::make_pair(entry.getAddress(), entry.getType()), &entry);
+        }
+    };
+    // Locking order, each entry once. An entry can come back after another:
+    // a legacy entry around a holding one, or in a range wrapping past 65535.
+    const auto sortTouched = [&touched] {
+        std::sort(touched.begin(), touched.end(),
+                  [](const auto& left, const auto& right) { return left.first < right.first; });
+        touched.erase(std::unique(touched.begin(), touched.end()), touched.end());
     };
     // Every address must belong to an available entry, unless reads are
     // left to libmodbus alone. Nothing goes back to the accessors.
-    const auto collectReads = [&](std::initializer_list<const EntryIndex*> indexes) {
+    const auto collectReads = [&](EntryResolver resolver) {
         if (skipReadChecks) {
             return false;
         }
-        for (uint16_t address : getAddresses(headerLength, query, addressShift)) {
-            auto entry = findEntry(address, indexes);
-            if (!entry->isAvailable()) {
+        const AddressRange range = requestRange(pdu, addressShift);
+        for (uint16_t i = 0; i < range.count; ++i) {
+            ModbusMapEntry& entry = resolver.resolve(range.at(i));
+            if (!entry.isAvailable()) {
                 throw ModbusException(ModbusException::g_illegalDataAddress);
             }
             addEntry(entry);
         }
+        sortTouched();
         return false;
     };
     // Every address must belong to an entry that may be written now; the
     // written contents go back to the accessors.
-    const auto collectWrites = [&](const std::vector<uint16_t>& addresses,
-                                   std::initializer_list<const EntryIndex*> indexes) {
-        for (uint16_t address : addresses) {
-            auto entry = findEntry(address, indexes);
-            if (readOnly || !entry->isWritable() || !entry->isAvailable()) {
+    const auto collectWrites = [&](const AddressRange& range, EntryResolver resolver) {
+        for (uint16_t i = 0; i < range.count; ++i) {
+            ModbusMapEntry& entry = resolver.resolve(range.at(i));
+            if (readOnly || !entry.isWritable() || !entry.isAvailable()) {
                 throw ModbusException(ModbusException::g_illegalFunction);
             }
             addEntry(entry);
         }
+        sortTouched();
         return true;
     };
 
     switch (pdu[0]) {
     case g_readCoils:
     case g_readDiscreteInputs:
-        return collectReads({&m_discretes});
+        return collectReads(EntryResolver(m_discretes));
     case g_readHoldingRegisters:
-        return collectReads({&m_holdingRegisters, &m_legacyRegisters});
+        return collectReads(EntryResolver(m_holdingRegisters, &m_legacyRegisters));
     case g_readInputRegisters:
-        return collectReads({&m_inputRegisters, &m_legacyRegisters});
+        return collectReads(EntryResolver(m_inputRegisters, &m_legacyRegisters));
     case g_writeSingleCoil:
     case g_writeMultipleCoils:
         return collectWrites(pdu[0] == g_writeSingleCoil ? singleAddress(pdu, addressShift)
-                                                         : getAddresses(headerLength, query, addressShift),
-                             {&m_discretes});
+                                                         : requestRange(pdu, addressShift),
+                             EntryResolver(m_discretes));
     case g_writeSingleRegister:
     case g_writeMultipleRegisters:
         return collectWrites(pdu[0] == g_writeSingleRegister ? singleAddress(pdu, addressShift)
-                                                             : getAddresses(headerLength, query, addressShift),
-                             {&m_holdingRegisters, &m_legacyRegisters});
+                                                             : requestRange(pdu, addressShift),
+                             EntryResolver(m_holdingRegisters, &m_legacyRegisters));
     default:
         throw ModbusException(ModbusException::g_illegalFunction);
     }

@@ -75,9 +75,11 @@ public:
 
 private:
     using EntryIndex = std::map<uint16_t, std::shared_ptr<ModbusMapEntry>>;
-    // The entries one request touches, keyed by (first address, kind): each
-    // entry occurs once, in the order its mutex is locked.
-    using EntrySet = std::map<std::pair<uint16_t, int>, std::shared_ptr<ModbusMapEntry>>;
+    // The entries one request touches with their (first address, kind):
+    // each entry occurs once, sorted by that key, which is the order their
+    // mutexes are locked in. Raw pointers: the map owns its entries for as
+    // long as it answers requests.
+    using EntrySet = std::vector<std::pair<std::pair<uint16_t, int>, ModbusMapEntry*>>;
 
     void registerEntry(const std::shared_ptr<ModbusMapEntry>& entry);
     void releaseEntries();
