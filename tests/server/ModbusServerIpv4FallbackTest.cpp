@@ -48,13 +48,15 @@ public:
 std::unique_ptr<ModbusServer> makeServerWithoutIpv6(std::uint16_t& port)
 {
     // The free port is picked with IPv6 still there: the pick needs it.
-    return onFreePort(port, [](std::uint16_t freePort) {
+    std::unique_ptr<ModbusServer> server;
+    onFreePort(port, [&server](std::uint16_t freePort) {
         Ipv6Missing noIpv6;
         ModbusServerSettings settings;
         settings.tcpEnabled = true;
         settings.tcpPort = freePort;
-        return std::make_unique<ModbusServer>(settings, false);
+        server = std::make_unique<ModbusServer>(settings, false);
     });
+    return server;
 }
 
 TEST(ModbusServerIpv4FallbackTest, HostWithoutIpv6IsServedOverIpv4)

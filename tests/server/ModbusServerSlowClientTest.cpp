@@ -1,10 +1,11 @@
 // Clients that send a request slowly, in parts, or never finish it: the
 // handler waits for the rest without blocking anyone else, and gives up on
-// it after ModbusServer::g_requestTimeLimit.
+// it after TcpFrontEnd::g_requestTimeLimit.
 
 #include "LogCapture.h"
 #include "ModbusTcpClient.h"
 #include "RawTcpClient.h"
+#include "RequestLength.h"
 #include "SpyMap.h"
 #include "TestServer.h"
 #include "ProcessCpuTime.h"
@@ -43,7 +44,7 @@ const std::string g_closedLine = "Modbus TCP connection from 127.0.0.1 closed.";
 const std::string g_acceptedLine = "New Modbus TCP connection from 127.0.0.1 accepted.";
 // Long enough for the handler to notice a request past its time limit.
 constexpr auto g_requestTimeLimitWithSlack =
-    std::chrono::duration_cast<std::chrono::milliseconds>(ModbusServer::g_requestTimeLimit) + 500ms;
+    std::chrono::duration_cast<std::chrono::milliseconds>(TcpFrontEnd::g_requestTimeLimit) + 500ms;
 
 // ---------------------------------------------------------------------------
 // tcpRequestLength against what libmodbus really reads.
@@ -292,7 +293,7 @@ TEST_P(ModbusServerSlowDripTest, OthersAreServedMeanwhileAndTheDripperIsClosedAf
     ASSERT_TRUE(m_log.contains(g_incompleteLine));
     EXPECT_TRUE(slow.closedByPeerWithin(500ms));
     // Not before the limit, and soon after it.
-    EXPECT_GE(closedAfter, ModbusServer::g_requestTimeLimit);
+    EXPECT_GE(closedAfter, TcpFrontEnd::g_requestTimeLimit);
     EXPECT_LT(closedAfter, g_requestTimeLimitWithSlack);
     EXPECT_LT(slowest, 600ms);
     EXPECT_GE(reads, 10U);

@@ -1,5 +1,6 @@
 #include "CountingStatistics.h"
 #include "LogCapture.h"
+#include "PeerAddress.h"
 #include "ModbusTcpClient.h"
 #include "RawTcpClient.h"
 #include "SpyMap.h"
@@ -68,14 +69,14 @@ TEST(PeerAddressTextTest, OtherFamiliesAreEmpty)
     EXPECT_EQ(peerAddressText(storage), "");
 }
 
-// A running server on loopback whose unit 1 admits 127.0.0.1 only.
+// A TCP front end served on loopback whose unit 1 admits 127.0.0.1 only.
 class ModbusServerTcpTest : public ::testing::Test {
 protected:
     void start(ModbusMapsConfiguration configuration)
     {
-        m_pServer = makeTcpServer(m_port, m_pStatistics);
-        m_pServer->setIdleLimit(m_idleLimit);
-        m_pServer->run(configuration);
+        auto frontEnd = makeTcpFrontEnd(m_port);
+        frontEnd->setIdleLimit(m_idleLimit);
+        m_pServed = std::make_unique<ServedTcpFrontEnd>(std::move(frontEnd), configuration.tcpMaps, m_pStatistics);
     }
 
     void startWithUnitOne() { start(unitOneConfiguration()); }
@@ -112,9 +113,9 @@ protected:
     LogCapture m_log;
     std::shared_ptr<CountingStatistics> m_pStatistics = std::make_shared<CountingStatistics>();
     std::shared_ptr<SpyMap> m_pMap = makeSpyMap();
-    ModbusServer::Clock::duration m_idleLimit = ModbusServer::g_defaultIdleLimit;
+    TcpFrontEnd::Clock::duration m_idleLimit = TcpFrontEnd::g_defaultIdleLimit;
     std::uint16_t m_port = 0;
-    std::unique_ptr<ModbusServer> m_pServer;
+    std::unique_ptr<ServedTcpFrontEnd> m_pServed;
 };
 
 TEST_F(ModbusServerTcpTest, Ipv4ClientIsKnownByDottedText)

@@ -245,10 +245,10 @@ TEST(ModbusServerTest, StopDuringScanLogsBothExitMessagesInOrder)
 TEST(ModbusServerTest, IdleLimitDefaultsToFiveMinutes)
 {
     std::uint16_t port = 0;
-    auto server = makeTcpServer(port);
-    EXPECT_EQ(server->idleLimit(), std::chrono::seconds(300));
-    server->setIdleLimit(2s);
-    EXPECT_EQ(server->idleLimit(), std::chrono::seconds(2));
+    auto frontEnd = makeTcpFrontEnd(port);
+    EXPECT_EQ(frontEnd->idleLimit(), std::chrono::seconds(300));
+    frontEnd->setIdleLimit(2s);
+    EXPECT_EQ(frontEnd->idleLimit(), std::chrono::seconds(2));
 }
 
 TEST(ModbusServerTest, StatisticHandlerCanBeReplacedBeforeRun)

@@ -12,14 +12,14 @@
 
 namespace orv::modbus::test {
 
-std::unique_ptr<ModbusServer> onFreePort(std::uint16_t& port,
-                                         const std::function<std::unique_ptr<ModbusServer>(std::uint16_t)>& build)
+void onFreePort(std::uint16_t& port, const std::function<void(std::uint16_t)>& open)
 {
     const std::string inUse = std::strerror(EADDRINUSE);
     for (int attempt = 0;; ++attempt) {
         port = orv::test::freeTcpPort();
         try {
-            return build(port);
+            open(port);
+            return;
         } catch (const std::runtime_error& error) {
             if (attempt == 9 || std::string(error.what()).find(inUse) == std::string::npos) {
                 throw;
@@ -32,10 +32,27 @@ std::unique_ptr<ModbusServer> makeTcpServer(std::uint16_t& port, std::shared_ptr
                                             ModbusServerSettings settings)
 {
     settings.tcpEnabled = true;
-    return onFreePort(port, [&](std::uint16_t freePort) {
+    std::unique_ptr<ModbusServer> server;
+    onFreePort(port, [&](std::uint16_t freePort) {
         settings.tcpPort = freePort;
-        return std::make_unique<ModbusServer>(settings, statistics, false);
+        server = std::make_unique<ModbusServer>(settings, statistics, false);
     });
+    return server;
+}
+
+std::unique_ptr<TcpFrontEnd> makeTcpFrontEnd(std::uint16_t& port)
+{
+    std::unique_ptr<TcpFrontEnd> frontEnd;
+    onFreePort(port, [&frontEnd](std::uint16_t freePort) { frontEnd = std::make_unique<TcpFrontEnd>(freePort, false); });
+    return frontEnd;
+}
+
+ServedTcpFrontEnd::ServedTcpFrontEnd(std::unique_ptr<TcpFrontEnd> frontEnd, const ModbusMapSettingsTable& maps,
+                                     std::shared_ptr<ModbusStatisticHandlers> statistics)
+    : m_pFrontEnd(std::move(frontEnd))
+    , m_handler([frontEnd = m_pFrontEnd.get(), maps, notifier = StatisticsNotifier(std::move(statistics))](
+                    std::stop_token stopToken) { frontEnd->serve(std::move(stopToken), maps, notifier); })
+{
 }
 
 std::shared_ptr<ModbusMapSettings> allowing(std::shared_ptr<ModbusMap> map, const std::vector<std::string>& patterns)

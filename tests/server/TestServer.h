@@ -8,23 +8,40 @@
 #include <orv/modbus/ModbusServer.h>
 #include <orv/modbus/ModbusStatisticHandlers.h>
 
+#include "StatisticsNotifier.h"
+#include "TcpFrontEnd.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace orv::modbus::test {
 
-// A server built by `build(port)` on a free port, which is picked again
-// when another process takes it in between.
-std::unique_ptr<ModbusServer> onFreePort(std::uint16_t& port,
-                                         const std::function<std::unique_ptr<ModbusServer>(std::uint16_t)>& build);
+// Calls `open(port)` with a free port, which is picked again when another
+// process takes it in between.
+void onFreePort(std::uint16_t& port, const std::function<void(std::uint16_t)>& open);
 
 // A server listening on a free port, not running yet.
 std::unique_ptr<ModbusServer> makeTcpServer(std::uint16_t& port,
                                             std::shared_ptr<ModbusStatisticHandlers> statistics = {},
                                             ModbusServerSettings settings = {});
+
+// A TCP front end listening on a free port, not serving yet.
+std::unique_ptr<TcpFrontEnd> makeTcpFrontEnd(std::uint16_t& port);
+
+// A TCP front end served by its own thread, as a server's would be.
+class ServedTcpFrontEnd {
+public:
+    ServedTcpFrontEnd(std::unique_ptr<TcpFrontEnd> frontEnd, const ModbusMapSettingsTable& maps,
+                      std::shared_ptr<ModbusStatisticHandlers> statistics);
+
+private:
+    std::unique_ptr<TcpFrontEnd> m_pFrontEnd;
+    std::jthread m_handler;
+};
 
 // Map settings without flags that admit the addresses matching `patterns`.
 std::shared_ptr<ModbusMapSettings> allowing(std::shared_ptr<ModbusMap> map, const std::vector<std::string>& patterns);

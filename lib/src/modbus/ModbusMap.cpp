@@ -3,6 +3,8 @@
 #include <orv/logging/Logger.h>
 #include <orv/modbus/ModbusException.h>
 
+#include "RequestLength.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -22,16 +24,6 @@ namespace orv::modbus {
 namespace {
 
 using EntryIndex = std::map<uint16_t, std::shared_ptr<ModbusMapEntry>>;
-
-// Modbus function codes the map answers.
-constexpr uint8_t g_readCoils = 1;
-constexpr uint8_t g_readDiscreteInputs = 2;
-constexpr uint8_t g_readHoldingRegisters = 3;
-constexpr uint8_t g_readInputRegisters = 4;
-constexpr uint8_t g_writeSingleCoil = 5;
-constexpr uint8_t g_writeSingleRegister = 6;
-constexpr uint8_t g_writeMultipleCoils = 15;
-constexpr uint8_t g_writeMultipleRegisters = 16;
 
 std::shared_ptr<spdlog::logger> logger()
 {
@@ -58,11 +50,6 @@ uint16_t tableSize(const EntryIndex& index)
     return index.empty() ? 0 : static_cast<uint16_t>(index.rbegin()->first + 1);
 }
 
-uint16_t readWord(const uint8_t* bytes)
-{
-    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
-}
-
 // Consecutive table addresses named by a request, wrapping past 65535.
 struct AddressRange {
     uint16_t first;
@@ -73,13 +60,13 @@ struct AddressRange {
 
 uint16_t firstAddress(const uint8_t* pdu, bool addressShift)
 {
-    return static_cast<uint16_t>(readWord(pdu + 1) - (addressShift ? 1 : 0));
+    return static_cast<uint16_t>(requestAddress(pdu) - (addressShift ? 1 : 0));
 }
 
 // The addresses of a read or multiple-write request.
 AddressRange requestRange(const uint8_t* pdu, bool addressShift)
 {
-    return {firstAddress(pdu, addressShift), readWord(pdu + 3)};
+    return {firstAddress(pdu, addressShift), requestQuantity(pdu)};
 }
 
 // The address of a single-write request (function codes 5 and 6).
@@ -92,18 +79,18 @@ AddressRange singleAddress(const uint8_t* pdu, bool addressShift)
 const char* requestLogText(uint8_t functionCode, bool skipReadChecks)
 {
     switch (functionCode) {
-    case g_readCoils:
-    case g_readDiscreteInputs:
+    case MODBUS_FC_READ_COILS:
+    case MODBUS_FC_READ_DISCRETE_INPUTS:
         return "Read discret";
-    case g_readHoldingRegisters:
+    case MODBUS_FC_READ_HOLDING_REGISTERS:
         return skipReadChecks ? nullptr : "Read holding registers";
-    case g_readInputRegisters:
+    case MODBUS_FC_READ_INPUT_REGISTERS:
         return "Read input registers";
-    case g_writeSingleCoil:
-    case g_writeMultipleCoils:
+    case MODBUS_FC_WRITE_SINGLE_COIL:
+    case MODBUS_FC_WRITE_MULTIPLE_COILS:
         return "Write discret input";
-    case g_writeSingleRegister:
-    case g_writeMultipleRegisters:
+    case MODBUS_FC_WRITE_SINGLE_REGISTER:
+    case MODBUS_FC_WRITE_MULTIPLE_REGISTERS:
         return "Write register";
     default:
         return nullptr;
@@ -111,31 +98,15 @@ const char* requestLogText(uint8_t functionCode, bool skipReadChecks)
 }
 
 // Whether the `length` bytes of `query` hold everything this map and
-// libmodbus read of the request: the function code and, for the codes
-// answered, their address, count and data fields. modbus_receive only
-// delivers such frames; other callers may not.
+// libmodbus read of the request: the function code and its fields and data.
+// modbus_receive only delivers such frames; other callers may not.
 bool isComplete(const uint8_t* query, unsigned length, int headerLength)
 {
     if (headerLength < 0 || length <= static_cast<unsigned>(headerLength)) {
         return false;
     }
-    const uint8_t* pdu = query + headerLength;
-    const unsigned pduLength = length - static_cast<unsigned>(headerLength);
-    switch (pdu[0]) {
-    case g_readCoils:
-    case g_readDiscreteInputs:
-    case g_readHoldingRegisters:
-    case g_readInputRegisters:
-    case g_writeSingleCoil:
-    case g_writeSingleRegister:
-        return pduLength >= 5;
-    case g_writeMultipleCoils:
-    case g_writeMultipleRegisters:
-        // Address, count, byte count, then as many data bytes.
-        return pduLength >= 6 && pduLength >= 6U + pdu[5];
-    default:
-        return true;
-    }
+    const std::size_t available = length - static_cast<unsigned>(headerLength);
+    return pduLength(query + headerLength, available) <= available;
 }
 
 // libmodbus subtracts the start fields from every request address.
@@ -433,21 +404,21 @@ bool ModbusMap::collectEntries(uint8_t* query, int headerLength, bool skipReadCh
     };
 
     switch (pdu[0]) {
-    case g_readCoils:
-    case g_readDiscreteInputs:
+    case MODBUS_FC_READ_COILS:
+    case MODBUS_FC_READ_DISCRETE_INPUTS:
         return collectReads(EntryResolver(m_discretes));
-    case g_readHoldingRegisters:
+    case MODBUS_FC_READ_HOLDING_REGISTERS:
         return collectReads(EntryResolver(m_holdingRegisters, &m_legacyRegisters));
-    case g_readInputRegisters:
+    case MODBUS_FC_READ_INPUT_REGISTERS:
         return collectReads(EntryResolver(m_inputRegisters, &m_legacyRegisters));
-    case g_writeSingleCoil:
-    case g_writeMultipleCoils:
-        return collectWrites(pdu[0] == g_writeSingleCoil ? singleAddress(pdu, addressShift)
+    case MODBUS_FC_WRITE_SINGLE_COIL:
+    case MODBUS_FC_WRITE_MULTIPLE_COILS:
+        return collectWrites(pdu[0] == MODBUS_FC_WRITE_SINGLE_COIL ? singleAddress(pdu, addressShift)
                                                          : requestRange(pdu, addressShift),
                              EntryResolver(m_discretes));
-    case g_writeSingleRegister:
-    case g_writeMultipleRegisters:
-        return collectWrites(pdu[0] == g_writeSingleRegister ? singleAddress(pdu, addressShift)
+    case MODBUS_FC_WRITE_SINGLE_REGISTER:
+    case MODBUS_FC_WRITE_MULTIPLE_REGISTERS:
+        return collectWrites(pdu[0] == MODBUS_FC_WRITE_SINGLE_REGISTER ? singleAddress(pdu, addressShift)
                                                              : requestRange(pdu, addressShift),
                              EntryResolver(m_holdingRegisters, &m_legacyRegisters));
     default:
