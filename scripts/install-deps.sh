@@ -8,7 +8,7 @@ packages=(
   build-essential cmake pkg-config
   libmodbus-dev libcxxtools-dev libspdlog-dev libfmt-dev libboost-dev
   nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
-  mbpoll
+  mbpoll socat python3-pymodbus python3-serial python3-serial-asyncio
 )
 
 missing=()

@@ -78,7 +78,10 @@ int Daemon::run()
                   << " of every IPv4 and IPv6 address" << std::endl;
     }
     if (m_config.server.rtuEnabled) {
-        std::cout << "orv-gw-modbusd: serving Modbus RTU on " << m_config.server.rtuDevice << std::endl;
+        const modbus::ModbusServerSettings& line = m_config.server;
+        std::cout << "orv-gw-modbusd: serving Modbus RTU on " << line.rtuDevice << " at "
+                  << modbus::getBaudForLib(line.baudRate) << " bit/s, " << line.dataBits
+                  << modbus::getParityForLib(line.parity) << line.stopBits << std::endl;
     }
 
     const auto logSummary = [&counters] { SPDLOG_LOGGER_INFO(logger(), "statistics: {}", counters->summary()); };
