@@ -401,6 +401,7 @@ void ModbusServer::handlerTcp(std::stop_token stopToken, const ModbusMapSettings
     pthread_setname_np(pthread_self(), g_tcpThreadName);
     TcpHandlerState state(m_serverSocket);
     while (!stopToken.stop_requested()) {
+        notify(&ModbusStatisticHandlers::onTcpLoop);
         const std::vector<int> incomplete = state.socketsWithIncompleteRequest();
         const Clock::time_point before = Clock::now();
         fd_set readSockets = socketsToWaitOn(state, incomplete, before);
