@@ -3,9 +3,10 @@
 JOBS ?= $(shell nproc)
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+ARMHF_BUILD ?= build-armhf
 DEMO_CONFIG ?= $(BUILD)/maps/demo/demo-config.json
 
-.PHONY: all deps build build-asan test test-normal test-asan demo bench clean
+.PHONY: all deps build build-asan test test-normal test-asan demo bench deb armhf test-armhf clean
 
 all: build
 
@@ -39,5 +40,17 @@ demo: build
 bench: build
 	@scripts/run-bench.sh $(BUILD)
 
+# The three Debian packages, into $(BUILD)/debs.
+deb: build
+	cd $(BUILD) && cpack -G DEB -B debs
+
+# Cross build for the gateway's 32-bit ARM CPU, and its functional tests
+# under qemu-arm. Installs its own tools and fetches its own armhf sysroot.
+armhf: deps
+	@scripts/build-armhf.sh $(ARMHF_BUILD)
+
+test-armhf: deps
+	@scripts/build-armhf.sh $(ARMHF_BUILD) test
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(ARMHF_BUILD)

@@ -7,7 +7,8 @@ set(ORV_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/orv-gw-modbus)
 
 install(EXPORT orv-gw-modbus-targets
   NAMESPACE orv::
-  DESTINATION ${ORV_CMAKE_DIR})
+  DESTINATION ${ORV_CMAKE_DIR}
+  COMPONENT dev)
 
 configure_package_config_file(
   ${CMAKE_CURRENT_SOURCE_DIR}/cmake/orv-gw-modbusConfig.cmake.in
@@ -19,7 +20,8 @@ write_basic_package_version_file(
 install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/orv-gw-modbusConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/orv-gw-modbusConfigVersion.cmake
-  DESTINATION ${ORV_CMAKE_DIR})
+  DESTINATION ${ORV_CMAKE_DIR}
+  COMPONENT dev)
 
 # The .pc file finds its prefix from where it lies, so the installed tree can
 # be moved.
@@ -28,4 +30,7 @@ file(RELATIVE_PATH ORV_PC_TO_PREFIX
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/orv-gw-modbus.pc.in
   ${CMAKE_CURRENT_BINARY_DIR}/orv-gw-modbus.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/orv-gw-modbus.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT dev)
+
+include(OrvDebian)

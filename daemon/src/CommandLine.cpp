@@ -65,6 +65,8 @@ CommandLine CommandLine::parse(int argc, char** argv)
         }
         if (argument == "--modbus-debug") {
             result.modbusDebug = true;
+        } else if (argument == "--check-config") {
+            result.action = Action::CheckConfig;
         } else if (isOption(argument, "--config")) {
             result.config = optionValue(argument, "--config", i, argc, argv);
             haveConfig = true;
@@ -91,6 +93,8 @@ std::string CommandLine::usage(const std::string& program)
            "  --tcp-port N        listen on TCP port N instead of the configured one\n"
            "  --log-level LEVEL   trace, debug, info, warning, error, critical or off\n"
            "  --modbus-debug      print libmodbus's frame-level debug output\n"
+           "  --check-config      check the configuration, plug-ins and seed as a start\n"
+           "                      would, print \"configuration OK\" or the error, and exit\n"
            "  --help              print this text and exit\n"
            "  --version           print the version and exit\n";
 }

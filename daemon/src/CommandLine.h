@@ -11,7 +11,7 @@
 namespace orv::modbusd {
 
 struct CommandLine {
-    enum class Action { Run, Help, Version };
+    enum class Action { Run, CheckConfig, Help, Version };
 
     Action action = Action::Run;
     std::filesystem::path config;

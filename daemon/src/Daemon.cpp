@@ -1,6 +1,7 @@
 #include "Daemon.h"
 
-#include "StatisticCounters.h"
+#include "ServiceNotifier.h"
+#include "WatchedCounters.h"
 
 #include <cdsapi/DataStore.h>
 #include <orv/logging/Logger.h>
@@ -64,15 +65,22 @@ Daemon::Daemon(const CommandLine& commandLine)
     loadMaps(m_config);
 }
 
+void Daemon::check() const
+{
+    std::optional<Simulator> simulator;
+    startSimulator(simulator);
+}
+
 int Daemon::run()
 {
     std::optional<Simulator> simulator;
-    if (m_config.simulator.enabled) {
-        startSimulator(simulator);
-    }
-    auto counters = std::make_shared<StatisticCounters>();
+    startSimulator(simulator);
+    ServiceNotifier notifier;
+    auto counters = std::make_shared<WatchedCounters>(notifier);
     modbus::ModbusServer server(m_config.server, counters, m_commandLine.modbusDebug);
     server.run(buildMapsConfiguration());
+    // The constructor has opened every front end: clients can connect now.
+    notifier.ready();
     if (m_config.server.tcpEnabled) {
         std::cout << "orv-gw-modbusd: serving Modbus TCP on port " << m_config.server.tcpPort
                   << " of every IPv4 and IPv6 address" << std::endl;
@@ -86,6 +94,7 @@ int Daemon::run()
 
     const auto logSummary = [&counters] { SPDLOG_LOGGER_INFO(logger(), "statistics: {}", counters->summary()); };
     waitForStopSignal(logSummary);
+    notifier.stopping();
     server.stop();
     logSummary();
     return 0;
@@ -95,6 +104,9 @@ int Daemon::run()
 // seed lacks is only found here; it is still reported against the file.
 void Daemon::startSimulator(std::optional<Simulator>& simulator) const
 {
+    if (!m_config.simulator.enabled) {
+        return;
+    }
     try {
         simulator.emplace(m_config.simulator);
     } catch (const std::exception& error) {

@@ -20,6 +20,10 @@ public:
     // port is opened; throws std::runtime_error naming file and key.
     explicit Daemon(const CommandLine& commandLine);
 
+    // What only starting finds out beyond the constructor's checks (the
+    // simulated channels in the loaded store), without opening a port.
+    void check() const;
+
     // Serves until SIGINT or SIGTERM; returns the exit status.
     int run();
 

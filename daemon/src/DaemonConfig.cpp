@@ -161,7 +161,8 @@ DaemonConfig DaemonConfig::load(const std::filesystem::path& file)
     config.server.name = "orv-gw-modbusd";
     config.server.tcpEnabled = false;
     config.server.rtuEnabled = false;
-    root.expectOnlyKeys({"server", "maps", "tcpUnits", "rtuUnits", "dataStore", "statisticsIntervalSeconds"});
+    root.expectOnlyKeys(
+        {"server", "pluginDirectory", "maps", "tcpUnits", "rtuUnits", "dataStore", "statisticsIntervalSeconds"});
     const JsonNode server = root.member("server");
     server.expectOnlyKeys({"tcp", "rtu"});
     if (const auto tcp = server.optionalMember("tcp")) {
@@ -170,7 +171,8 @@ DaemonConfig DaemonConfig::load(const std::filesystem::path& file)
     if (const auto rtu = server.optionalMember("rtu")) {
         readRtu(*rtu, config.server);
     }
-    config.maps = readMaps(root.member("maps"), base);
+    const auto pluginDirectory = root.optionalMember("pluginDirectory");
+    config.maps = readMaps(root.member("maps"), pluginDirectory ? resolve(base, pluginDirectory->text()) : base);
     config.tcpUnits = readUnits(root.optionalMember("tcpUnits"), config.maps, true);
     config.rtuUnits = readUnits(root.optionalMember("rtuUnits"), config.maps, false);
     checkSomethingIsServed(root, config);

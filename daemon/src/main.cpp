@@ -33,6 +33,11 @@ int main(int argc, char** argv)
     }
     try {
         orv::modbusd::Daemon daemon(commandLine);
+        if (commandLine.action == CommandLine::Action::CheckConfig) {
+            daemon.check();
+            std::cout << "configuration OK" << std::endl;
+            return 0;
+        }
         return daemon.run();
     } catch (const std::exception& error) {
         std::cerr << program << ": " << error.what() << "\n";

@@ -2,11 +2,12 @@
 # Usage: check-install.sh BUILD_DIR CONSUMER_SOURCE WORK_DIR
 set -euo pipefail
 build=$1 consumer=$2 work=$3
-prefix=$work/prefix
+prefix=$work/root/usr
 rm -rf "$work"
 mkdir -p "$work"
 
-cmake --install "$build" --prefix "$prefix" >"$work/install.log"
+# Into a scratch root: the installation has absolute parts (/etc).
+DESTDIR=$work/root cmake --install "$build" >"$work/install.log"
 
 soname=$(readelf -d "$prefix/lib/liborv-gw-modbus.so.2.0.0" 2>/dev/null \
          || readelf -d "$prefix"/lib/*/liborv-gw-modbus.so.2.0.0)

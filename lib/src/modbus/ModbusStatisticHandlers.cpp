@@ -17,5 +17,7 @@ void ModbusStatisticHandlers::onRtuBadDeviceId() {}
 void ModbusStatisticHandlers::onRtuRequestAccepted() {}
 void ModbusStatisticHandlers::onRtuRequestRefused() {}
 void ModbusStatisticHandlers::onRtuRequestProcessed() {}
+void ModbusStatisticHandlers::onTcpLoop() {}
+void ModbusStatisticHandlers::onRtuLoop() {}
 
 } // namespace orv::modbus

@@ -80,7 +80,7 @@ void RtuFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
 {
     pthread_setname_np(pthread_self(), g_rtuThreadName);
     while (!stopToken.stop_requested()) {
-        switch (awaitFrame(stopToken)) {
+        switch (awaitFrame(stopToken, statistics)) {
         case RtuFrameReader::Outcome::Frame:
             answerFrame(maps, statistics);
             break;
@@ -89,7 +89,7 @@ void RtuFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
             break;
         case RtuFrameReader::Outcome::Gone:
             statistics.notify(&ModbusStatisticHandlers::onRtuReceiveError);
-            reopen(stopToken);
+            reopen(stopToken, statistics);
             break;
         default:
             // Too long a frame, or a stop requested while the line was quiet.
@@ -100,11 +100,15 @@ void RtuFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
     SPDLOG_LOGGER_DEBUG(logger(), "Exit handlerRtu thread");
 }
 
-RtuFrameReader::Outcome RtuFrontEnd::awaitFrame(const std::stop_token& stopToken)
+RtuFrameReader::Outcome RtuFrontEnd::awaitFrame(const std::stop_token& stopToken,
+                                                const StatisticsNotifier& statistics)
 {
     const int fd = modbus_get_socket(m_pContext.get());
+    statistics.notify(&ModbusStatisticHandlers::onRtuLoop);
     RtuFrameReader::Outcome outcome = m_reader.read(fd, g_quietPoll);
     while (outcome == RtuFrameReader::Outcome::Quiet && !stopToken.stop_requested()) {
+        // A quiet line is a live loop: the watchdog hears from it every poll.
+        statistics.notify(&ModbusStatisticHandlers::onRtuLoop);
         outcome = m_reader.read(fd, g_quietPoll);
     }
     return outcome;
@@ -145,11 +149,12 @@ void RtuFrontEnd::process(const ModbusMapSettings& settings, const StatisticsNot
                                 : &ModbusStatisticHandlers::onRtuRequestRefused);
 }
 
-void RtuFrontEnd::reopen(const std::stop_token& stopToken)
+void RtuFrontEnd::reopen(const std::stop_token& stopToken, const StatisticsNotifier& statistics)
 {
     SPDLOG_LOGGER_WARN(logger(), "Modbus RTU device {} is gone. Reopening it every second.", m_device);
     modbus_close(m_pContext.get());
     while (pauseUnlessStopped(stopToken, g_reopenPause)) {
+        statistics.notify(&ModbusStatisticHandlers::onRtuLoop);
         if (modbus_connect(m_pContext.get()) != -1) {
             SPDLOG_LOGGER_INFO(logger(), "Modbus RTU device {} is back.", m_device);
             return;

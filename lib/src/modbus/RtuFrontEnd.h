@@ -34,12 +34,12 @@ public:
 private:
     // Reads the next frame, polling the stop request once a second while
     // the line is quiet.
-    RtuFrameReader::Outcome awaitFrame(const std::stop_token& stopToken);
+    RtuFrameReader::Outcome awaitFrame(const std::stop_token& stopToken, const StatisticsNotifier& statistics);
     void answerFrame(const ModbusMapSettingsTable& maps, const StatisticsNotifier& statistics);
     void process(const ModbusMapSettings& settings, const StatisticsNotifier& statistics);
     // Closes the vanished device and reopens it once a second until it is
     // back or a stop is requested.
-    void reopen(const std::stop_token& stopToken);
+    void reopen(const std::stop_token& stopToken, const StatisticsNotifier& statistics);
 
     ContextHandle m_pContext;
     std::string m_device;

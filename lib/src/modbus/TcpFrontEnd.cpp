@@ -215,6 +215,7 @@ void TcpFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
     pthread_setname_np(pthread_self(), g_tcpThreadName);
     TcpHandlerState state(m_serverSocket);
     while (!stopToken.stop_requested()) {
+        statistics.notify(&ModbusStatisticHandlers::onTcpLoop);
         const std::vector<int> incomplete = state.socketsWithIncompleteRequest();
         const Clock::time_point before = Clock::now();
         fd_set readSockets = socketsToWaitOn(state, incomplete, before);

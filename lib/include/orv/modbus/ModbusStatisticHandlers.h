@@ -37,6 +37,11 @@ public:
     virtual void onRtuRequestAccepted();
     virtual void onRtuRequestRefused();
     virtual void onRtuRequestProcessed();
+    // One turn of the TCP handler's loop: at least once a second while it
+    // runs, for a watchdog that notices a stuck loop.
+    virtual void onTcpLoop();
+    // One turn of the RTU handler's loop, likewise.
+    virtual void onRtuLoop();
 };
 
 } // namespace orv::modbus
