@@ -1,11 +1,15 @@
-// Cost of the register conversion accessors over a data-store value held in
-// memory, against the plain conversion of the same words: a bit_cast, a
-// shift, a byte copy, into or out of the same std::vector of words that the
-// accessors' interface hands around.
+// Cost of the register and discrete conversion accessors over data-store
+// values held in memory, against the plain conversion of the same words: a
+// bit_cast, a shift, a byte copy, into or out of the same std::vector of
+// words or bits that the accessors' interface hands around. The "notify"
+// cases push a change through the accessor to its entry's callback.
 #include "RatioReporter.h"
 #include "StoredCdsValue.h"
 
+#include <orv/modbus/cds/CdsBooleanToOneDiscreteAccessor.h>
 #include <orv/modbus/cds/CdsBooleanToOneRegisterAccessor.h>
+#include <orv/modbus/cds/CdsDataToDiscretesAccessor.h>
+#include <orv/modbus/cds/CdsDataToRegistersAccessor.h>
 #include <orv/modbus/cds/CdsFloatAccessor.h>
 #include <orv/modbus/cds/CdsFloatToOneRegisterAccessor.h>
 #include <orv/modbus/cds/CdsInt32ToOneRegisterAccessor.h>
@@ -14,6 +18,7 @@
 #include <benchmark/benchmark.h>
 
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -24,6 +29,8 @@ namespace orv::modbus::bench {
 namespace {
 
 using Words = std::vector<uint16_t>;
+using Bits = std::vector<uint8_t>;
+using Values = std::vector<zu::CValue>;
 
 constexpr unsigned short g_stringRegisters = 16;
 const std::string g_text = "UPS 3000 main switchboard, bay 4";
@@ -95,6 +102,119 @@ std::string wordsToText(const Words& words)
     return text;
 }
 
+Words apparentPower(float voltage, float current)
+{
+    return {static_cast<uint16_t>(std::lround(voltage * current))};
+}
+
+std::vector<bool> eachAsBit(const Values& values)
+{
+    std::vector<bool> bits;
+    bits.reserve(values.size());
+    for (const auto& value : values) {
+        bits.push_back(value.as_bool());
+    }
+    return bits;
+}
+
+// An accessor with the data points it converts, which a case changes.
+template <class Accessor>
+struct Fed {
+    std::vector<StoredCdsValue*> points;
+    std::unique_ptr<Accessor> accessor;
+};
+
+template <class Accessor>
+std::unique_ptr<Fed<Accessor>> feedBack(std::unique_ptr<Fed<Accessor>> fed)
+{
+    // The entry's side of a notification: the words land somewhere.
+    fed->accessor->setCallback([](const auto& words) { benchmark::DoNotOptimize(words.data()); });
+    return fed;
+}
+
+std::unique_ptr<Fed<cds::CdsBooleanToOneDiscreteAccessor>> makeBooleanDiscrete()
+{
+    auto fed = std::make_unique<Fed<cds::CdsBooleanToOneDiscreteAccessor>>();
+    auto point = std::make_shared<StoredCdsValue>(zu::CValue(true));
+    fed->points = {point.get()};
+    fed->accessor = std::make_unique<cds::CdsBooleanToOneDiscreteAccessor>(point, cds::DiscreteModifier::Inverted);
+    return feedBack(std::move(fed));
+}
+
+std::unique_ptr<Fed<cds::CdsDataToRegistersAccessor>> makeApparentPower()
+{
+    auto fed = std::make_unique<Fed<cds::CdsDataToRegistersAccessor>>();
+    fed->points = {new StoredCdsValue(zu::CValue(230.5f)), new StoredCdsValue(zu::CValue(12.5f))};
+    fed->accessor = std::make_unique<cds::CdsDataToRegistersAccessor>(
+        1, std::vector<cds::CdsDataAccessor*>(fed->points.begin(), fed->points.end()),
+        [](const Values& values) { return apparentPower(values[0].as_float(), values[1].as_float()); }, nullptr,
+        nullptr, "", cds::MissingAccessorPolicy::AllExisting);
+    return feedBack(std::move(fed));
+}
+
+std::unique_ptr<Fed<cds::CdsDataToDiscretesAccessor>> makeThreeBooleans()
+{
+    auto fed = std::make_unique<Fed<cds::CdsDataToDiscretesAccessor>>();
+    fed->points = {new StoredCdsValue(zu::CValue(true)), new StoredCdsValue(zu::CValue(false)),
+                   new StoredCdsValue(zu::CValue(true))};
+    fed->accessor = std::make_unique<cds::CdsDataToDiscretesAccessor>(
+        3, std::vector<cds::CdsDataAccessor*>(fed->points.begin(), fed->points.end()), eachAsBit, nullptr,
+        cds::MissingAccessorPolicy::AllExisting);
+    return feedBack(std::move(fed));
+}
+
+// A change of the first data point, alternating between two values.
+template <class Accessor>
+void measureNotify(benchmark::State& state, Fed<Accessor>& fed, zu::CValue first, zu::CValue second)
+{
+    bool flip = false;
+    measure(state, [&] {
+        flip = !flip;
+        fed.points[0]->change(flip ? first : second);
+        return flip;
+    });
+}
+
+void registerDiscretesAndComposites()
+{
+    static const auto booleanDiscrete = makeBooleanDiscrete();
+    static const auto apparent = makeApparentPower();
+    static const auto inputs = makeThreeBooleans();
+    static volatile bool g_bools[3] = {true, false, true};
+    static volatile float g_voltage = 230.5f;
+    static volatile float g_current = 12.5f;
+
+    const auto add = [](const std::string& name, const std::string& side, auto function) {
+        benchmark::RegisterBenchmark((name + "/" + side).c_str(), function);
+    };
+    const std::string baseline = RatioReporter::g_baseline;
+    const std::string orv = RatioReporter::g_orv;
+    const auto oneBit = [] { return Bits{static_cast<uint8_t>(g_bools[0] ? 0 : 1)}; };
+    const auto threeBits = [] {
+        return Bits{static_cast<uint8_t>(g_bools[0]), static_cast<uint8_t>(g_bools[1]), static_cast<uint8_t>(g_bools[2])};
+    };
+    const auto product = [] { return apparentPower(g_voltage, g_current); };
+
+    add("BooleanToOneDiscrete_getData", baseline, [=](benchmark::State& s) { measure(s, oneBit); });
+    add("BooleanToOneDiscrete_getData", orv, [](benchmark::State& s) { measureGet(s, *booleanDiscrete->accessor); });
+    add("BooleanToOneDiscrete_notify", baseline, [=](benchmark::State& s) { measure(s, oneBit); });
+    add("BooleanToOneDiscrete_notify", orv, [](benchmark::State& s) {
+        measureNotify(s, *booleanDiscrete, zu::CValue(true), zu::CValue(false));
+    });
+
+    add("DataToRegisters2_getData", baseline, [=](benchmark::State& s) { measure(s, product); });
+    add("DataToRegisters2_getData", orv, [](benchmark::State& s) { measureGet(s, *apparent->accessor); });
+    add("DataToRegisters2_notify", baseline, [=](benchmark::State& s) { measure(s, product); });
+    add("DataToRegisters2_notify", orv,
+        [](benchmark::State& s) { measureNotify(s, *apparent, zu::CValue(230.5f), zu::CValue(231.0f)); });
+
+    add("DataToDiscretes3_getData", baseline, [=](benchmark::State& s) { measure(s, threeBits); });
+    add("DataToDiscretes3_getData", orv, [](benchmark::State& s) { measureGet(s, *inputs->accessor); });
+    add("DataToDiscretes3_notify", baseline, [=](benchmark::State& s) { measure(s, threeBits); });
+    add("DataToDiscretes3_notify", orv,
+        [](benchmark::State& s) { measureNotify(s, *inputs, zu::CValue(true), zu::CValue(false)); });
+}
+
 void registerCases()
 {
     // The accessors live as long as the program: the benchmarks registered
@@ -159,5 +279,6 @@ void registerCases()
 int main(int argc, char** argv)
 {
     orv::modbus::bench::registerCases();
+    orv::modbus::bench::registerDiscretesAndComposites();
     return orv::modbus::bench::runWithRatios(argc, argv);
 }

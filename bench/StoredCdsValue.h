@@ -39,6 +39,15 @@ public:
         }
     }
 
+    // A change of the value, delivered as a data-store notification would.
+    void change(const zu::CValue& value)
+    {
+        m_value = value;
+        if (m_callback) {
+            m_callback(m_value);
+        }
+    }
+
 private:
     zu::CValue m_value;
     std::function<void(const zu::CValue&)> m_callback;

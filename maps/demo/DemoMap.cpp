@@ -1,17 +1,22 @@
 // The demo map: a meter, its three phases, an I/O module and the gateway
-// itself, served through every register accessor of the library. Built
+// itself, served through every register and discrete accessor of the
+// library. Built
 // against the installed headers as any outside plug-in is, and loaded by
 // orv-gw-modbusd through its "createMap" factory.
 //
 // All register kinds share one pair of tables sized by the legacy entry at
 // 100, so that entry stays the highest register address of the map.
 
+#include <orv/modbus/Discretes.h>
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/LegacyRegisters.h>
 #include <orv/modbus/ModbusMap.h>
 #include <orv/modbus/Registers.h>
+#include <orv/modbus/cds/CdsBooleanToOneDiscreteAccessor.h>
 #include <orv/modbus/cds/CdsBooleanToOneRegisterAccessor.h>
 #include <orv/modbus/cds/CdsChannelAccessor.h>
+#include <orv/modbus/cds/CdsDataToDiscretesAccessor.h>
+#include <orv/modbus/cds/CdsDataToRegistersAccessor.h>
 #include <orv/modbus/cds/CdsFloatAccessor.h>
 #include <orv/modbus/cds/CdsFloatToOneRegisterAccessor.h>
 #include <orv/modbus/cds/CdsFloatToRegistersAccessor.h>
@@ -22,6 +27,9 @@
 #include <orv/modbus/cds/CdsUint32Accessor.h>
 #include <orv/modbus/cds/CdsUint32ToOneRegisterAccessor.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <memory>
 #include <vector>
 
@@ -149,6 +157,92 @@ void addSettings(std::vector<ModbusMapEntry*>& entries)
                                           "Hz"));
 }
 
+// A data point owned by a composite.
+cds::CdsDataAccessor* point(const std::string& device, const std::string& name)
+{
+    return new CdsChannelAccessor(device, name, DataType::ChannelValue);
+}
+
+void addCoilsAndInputs(std::vector<ModbusMapEntry*>& entries)
+{
+    using cds::DiscreteModifier;
+    entries.push_back(new Discretes(
+        0, new cds::CdsBooleanToOneDiscreteAccessor(channel(g_ioModule, "Relay1"), DiscreteModifier::None), true,
+        "Relay 1", "I/O module relay 1, a coil", "closed", "open"));
+    // Relay 2 is wired normally closed: the coil is on while the relay is
+    // released.
+    entries.push_back(new Discretes(
+        1, new cds::CdsBooleanToOneDiscreteAccessor(channel(g_ioModule, "Relay2"), DiscreteModifier::Inverted), true,
+        "Relay 2 (inverted)", "I/O module relay 2, normally closed, a coil", "released", "energised"));
+    const auto eachAsBit = [](const std::vector<zu::CValue>& values) {
+        std::vector<bool> bits;
+        std::transform(values.begin(), values.end(), std::back_inserter(bits),
+                       [](const zu::CValue& value) { return value.as_bool(); });
+        return bits;
+    };
+    entries.push_back(new Discretes(
+        2,
+        new cds::CdsDataToDiscretesAccessor(3, {point(g_ioModule, "Input1"), point(g_ioModule, "Input2"),
+                                                point(g_ioModule, "Input3")},
+                                            eachAsBit, nullptr, cds::MissingAccessorPolicy::AnyExisting),
+        false, "Inputs 1-3", "I/O module digital inputs 1, 2 and 3", "on", "off"));
+}
+
+// Voltage times current, in VA, rounded and clamped to one register.
+std::vector<uint16_t> apparentPower(const std::vector<zu::CValue>& values)
+{
+    const float voltAmperes = values[0].as_float() * values[1].as_float();
+    return {static_cast<uint16_t>(std::clamp(std::lround(voltAmperes), 0L, 65535L))};
+}
+
+std::string apparentPowerText(const std::vector<zu::CValue>& values)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f", static_cast<double>(values[0].as_float() * values[1].as_float()));
+    return text;
+}
+
+// Bit i of the status word is data point i.
+std::vector<uint16_t> packStatus(const std::vector<zu::CValue>& values)
+{
+    unsigned word = 0;
+    for (std::size_t bit = 0; bit < values.size(); ++bit) {
+        word |= values[bit].as_bool() ? 1u << bit : 0u;
+    }
+    return {static_cast<uint16_t>(word)};
+}
+
+// Bits 0 to 2 go back to their data points; the tamper bit (3) is only
+// reported, so it gets an invalid value and is not written.
+std::vector<zu::CValue> unpackStatus(const std::vector<uint16_t>& words)
+{
+    std::vector<zu::CValue> values;
+    for (unsigned bit = 0; bit < 3; ++bit) {
+        values.emplace_back((words.at(0) >> bit & 1u) != 0);
+    }
+    values.emplace_back();
+    return values;
+}
+
+void addComposites(std::vector<ModbusMapEntry*>& entries)
+{
+    using cds::MissingAccessorPolicy;
+    entries.push_back(new Registers(
+        38,
+        new cds::CdsDataToRegistersAccessor(1, {point(g_meter, "Voltage"), point(g_meter, "Current")}, apparentPower,
+                                            nullptr, apparentPowerText, "", MissingAccessorPolicy::AllExisting),
+        false, "Apparent power", "Voltage times current, rounded, clamped to 65535", "VA"));
+    entries.push_back(new HoldingRegisters(
+        15,
+        new cds::CdsDataToRegistersAccessor(1,
+                                            {point(g_ioModule, "Relay1"), point(g_ioModule, "Relay2"),
+                                             point(g_meter, "Enabled"), point(g_meter, "Tamper")},
+                                            packStatus, unpackStatus, nullptr, "Bit mask",
+                                            MissingAccessorPolicy::AllExisting),
+        true, "Status word",
+        "Bit 0 relay 1, bit 1 relay 2, bit 2 meter enabled, bit 3 tamper (read-only); written bit by bit", ""));
+}
+
 } // namespace
 
 extern "C" ModbusMap* createMap()
@@ -158,5 +252,7 @@ extern "C" ModbusMap* createMap()
     addStatusAndTexts(entries);
     addPhasesAndGateway(entries);
     addSettings(entries);
+    addCoilsAndInputs(entries);
+    addComposites(entries);
     return new ModbusMap("demo", entries, nullptr, ByteOrder::ABCD);
 }

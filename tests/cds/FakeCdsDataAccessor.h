@@ -52,6 +52,12 @@ public:
         }
     }
 
+    // A change of the data point that nobody is told about.
+    void changeSilently(const zu::CValue& value)
+    {
+        m_value = value;
+    }
+
     void setExisting(bool existing)
     {
         m_existing = existing;

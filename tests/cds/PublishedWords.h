@@ -1,6 +1,6 @@
 #pragma once
-// Records what a register accessor hands to its entry's callback, from
-// whichever thread.
+// Records what a register or discretes accessor hands to its entry's
+// callback, from whichever thread.
 
 #include <cstdint>
 #include <functional>
@@ -9,9 +9,10 @@
 
 namespace orv::modbus::cds::test {
 
-class PublishedWords {
+template <typename Word>
+class Published {
 public:
-    using Words = std::vector<uint16_t>;
+    using Words = std::vector<Word>;
 
     std::function<void(const Words&)> callback()
     {
@@ -43,5 +44,8 @@ private:
     mutable std::mutex m_mutex;
     std::vector<Words> m_calls;
 };
+
+using PublishedWords = Published<uint16_t>;
+using PublishedBits = Published<uint8_t>;
 
 } // namespace orv::modbus::cds::test

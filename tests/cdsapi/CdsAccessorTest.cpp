@@ -241,6 +241,35 @@ TEST_F(CdsAccessorTest, SubscriptionIdsAreDistinctAndNeverZero)
     EXPECT_NE(a, c);
 }
 
+TEST_F(CdsAccessorTest, SubscriptionCountFollowsEverySubscribeAndUnsubscribeOfEveryClient)
+{
+    const auto before = store.subscriptionCount();
+    const auto onChannel = watchChannel(channel, channel_value_update);
+    const auto onDevice = watchDevice(device, device_settings);
+    const auto onAlarms = watchAlarms(channel);
+    EXPECT_EQ(store.subscriptionCount(), before + 3);
+
+    client->unsubscribe(onChannel);
+    EXPECT_EQ(store.subscriptionCount(), before + 2);
+    // Released once: a second unsubscribe and an unknown id change nothing.
+    client->unsubscribe(onChannel);
+    client->unsubscribe(onAlarms + 1000);
+    EXPECT_EQ(store.subscriptionCount(), before + 2);
+
+    {
+        CdsAccessor other("other", true);
+        std::uint64_t otherId = 0;
+        other.subscribeDevice(g_allOnes, [](std::uint64_t) {}, device_creation, false, &otherId);
+        EXPECT_EQ(store.subscriptionCount(), before + 3);
+    }
+    // A client that goes takes its subscriptions along.
+    EXPECT_EQ(store.subscriptionCount(), before + 2);
+
+    client->unsubscribe(onDevice);
+    client->unsubscribe(onAlarms);
+    EXPECT_EQ(store.subscriptionCount(), before);
+}
+
 TEST_F(CdsAccessorTest, DataCallsOnAbsentObjectsThrowCdsError)
 {
     constexpr std::uint64_t absent = 777;

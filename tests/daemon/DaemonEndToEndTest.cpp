@@ -98,6 +98,44 @@ TEST_F(DaemonEndToEndTest, WrittenHoldingRegisterReadsBackAsTheStoreAcceptedIt)
     EXPECT_TRUE(orv::test::waitUntil([&] { return mbpoll("-t 4 -r 14 127.0.0.1").at(14) == "1"; }, 5s));
 }
 
+TEST_F(DaemonEndToEndTest, CoilsAndDiscreteInputsMatchTheSeed)
+{
+    // Relay 1 off, relay 2 on but served inverted, inputs 1 to 3 on, off, on.
+    const std::map<int, std::string> expected{{0, "0"}, {1, "0"}, {2, "1"}, {3, "0"}, {4, "1"}};
+    EXPECT_EQ(mbpoll("-t 0 -r 0 -c 5 127.0.0.1"), expected);
+    EXPECT_EQ(mbpoll("-t 1 -r 0 -c 5 127.0.0.1"), expected);
+}
+
+TEST_F(DaemonEndToEndTest, WrittenCoilsReachTheStore)
+{
+    // The status word packs relay 1 (bit 0), relay 2 (bit 1), meter enabled
+    // (bit 2) and tamper (bit 3) as the store holds them.
+    EXPECT_EQ(mbpoll("-t 4 -r 15 127.0.0.1").at(15), "6");
+    mbpoll("-t 0 -r 0 127.0.0.1 1");
+    // Switching the inverted coil on stores false in relay 2.
+    mbpoll("-t 0 -r 1 127.0.0.1 1");
+    EXPECT_TRUE(orv::test::waitUntil([&] { return mbpoll("-t 4 -r 15 127.0.0.1").at(15) == "5"; }, 5s));
+    EXPECT_EQ(mbpoll("-t 4 -r 14 127.0.0.1").at(14), "1");
+    EXPECT_EQ(mbpoll("-t 1 -r 0 -c 2 127.0.0.1"), (std::map<int, std::string>{{0, "1"}, {1, "1"}}));
+}
+
+TEST_F(DaemonEndToEndTest, StatusWordIsWrittenBitByBitExceptTheReadOnlyBit)
+{
+    // Relay 2 off, relay 1 on, meter disabled; the tamper bit is not taken.
+    mbpoll("-t 4 -r 15 127.0.0.1 9");
+    EXPECT_TRUE(orv::test::waitUntil([&] { return mbpoll("-t 4 -r 15 127.0.0.1").at(15) == "1"; }, 5s));
+    EXPECT_EQ(mbpoll("-t 4 -r 4 127.0.0.1").at(4), "0");
+    EXPECT_EQ(mbpoll("-t 0 -r 0 -c 2 127.0.0.1"), (std::map<int, std::string>{{0, "1"}, {1, "1"}}));
+}
+
+TEST_F(DaemonEndToEndTest, ApparentPowerFollowsVoltageAndCurrent)
+{
+    // Both are simulated, so the product is only known to lie in range.
+    const int voltAmperes = std::stoi(mbpoll("-t 3 -r 38 127.0.0.1").at(38));
+    EXPECT_GE(voltAmperes, 2250);
+    EXPECT_LE(voltAmperes, 3525);
+}
+
 TEST_F(DaemonEndToEndTest, SimulatedValueChanges)
 {
     const float first = readFloat("-t 3:float -B -r 0 127.0.0.1");

@@ -469,6 +469,12 @@ ChannelInfo DataStore::getChannel(std::uint64_t channelId) const
     return ChannelInfo{found.id, found.deviceId, found.name};
 }
 
+std::size_t DataStore::subscriptionCount() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_pState->subscriptions.size();
+}
+
 zu::CDevice DataStore::getDevice(std::uint64_t deviceId) const
 {
     const std::lock_guard lock(m_mutex);

@@ -140,6 +140,9 @@ public:
     std::vector<std::uint64_t> getRootDevicesIds() const;
     std::vector<std::uint64_t> getChannelsIds(std::uint64_t deviceId) const;
     ChannelInfo getChannel(std::uint64_t channelId) const;
+    // How many subscriptions of all clients are live now, so that a test
+    // can tell that each one it caused was released exactly once.
+    std::size_t subscriptionCount() const;
 
     // Data calls, shared by clients and the service side.
     zu::CDevice getDevice(std::uint64_t deviceId) const;

@@ -1,0 +1,46 @@
+#include <orv/modbus/cds/CdsConversionAccessorBase.h>
+
+namespace orv::modbus::cds {
+
+template <class Interface>
+CdsConversionAccessorBase<Interface>::CdsConversionAccessorBase()
+    : m_pListener(std::make_shared<Listener>())
+{
+}
+
+template <class Interface>
+CdsConversionAccessorBase<Interface>::~CdsConversionAccessorBase()
+{
+    stopListening();
+}
+
+template <class Interface>
+void CdsConversionAccessorBase<Interface>::setCallback(std::function<void(const Words&)> callback)
+{
+    std::lock_guard lock(m_pListener->mutex);
+    m_callback = std::move(callback);
+}
+
+template <class Interface>
+void CdsConversionAccessorBase<Interface>::listenTo(CdsDataAccessor& accessor,
+                                                    std::function<void(const zu::CValue&)> onChange)
+{
+    accessor.setUpdateCallback([listener = m_pListener, onChange = std::move(onChange)](const zu::CValue& value) {
+        std::lock_guard lock(listener->mutex);
+        if (listener->listening) {
+            onChange(value);
+        }
+    });
+}
+
+template <class Interface>
+void CdsConversionAccessorBase<Interface>::stopListening() noexcept
+{
+    std::lock_guard lock(m_pListener->mutex);
+    m_pListener->listening = false;
+}
+
+template class CdsConversionAccessorBase<RegistersDataAccessor>;
+template class CdsConversionAccessorBase<DiscretesDataAccessor>;
+
+} // namespace orv::modbus::cds
