@@ -3,7 +3,7 @@
 // write to the data store and back, and from a driver's change to a client's
 // read.
 #include "CdsStoreTest.h"
-#include "ModbusSocketPair.h"
+#include "ServedMap.h"
 
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/ModbusMap.h>
@@ -13,9 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <memory>
-#include <thread>
 
 #include <modbus/modbus.h>
 
@@ -24,58 +22,7 @@ namespace {
 
 constexpr uint16_t g_address = 100;
 
-// A Modbus TCP conversation over a socket pair: a thread answers each
-// request of the client end with the map's processRequest.
-class ServedMap {
-public:
-    explicit ServedMap(ModbusMap& map)
-        : m_map(map)
-    {
-        // Lets the serving loop look at its stop flag several times a second.
-        modbus_set_indication_timeout(m_sockets.server(), 0, 50000);
-        m_thread = std::thread([this] { serve(); });
-    }
-
-    ~ServedMap()
-    {
-        m_stop = true;
-        m_thread.join();
-    }
-
-    ServedMap(const ServedMap&) = delete;
-    ServedMap& operator=(const ServedMap&) = delete;
-
-    modbus_t* client() const
-    {
-        return m_sockets.client();
-    }
-
-    std::vector<uint16_t> readHolding(uint16_t address, int count) const
-    {
-        std::vector<uint16_t> words(static_cast<std::size_t>(count));
-        if (modbus_read_registers(client(), address, count, words.data()) != count) {
-            return {};
-        }
-        return words;
-    }
-
-private:
-    void serve()
-    {
-        uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
-        while (!m_stop) {
-            const int length = modbus_receive(m_sockets.server(), query);
-            if (length > 0) {
-                m_map.processRequest(m_sockets.server(), query, static_cast<unsigned>(length), false, false, false);
-            }
-        }
-    }
-
-    ModbusMap& m_map;
-    orv::test::ModbusSocketPair m_sockets;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
-};
+using orv::test::ServedMap;
 
 std::vector<uint16_t> wordsOf(float value)
 {
