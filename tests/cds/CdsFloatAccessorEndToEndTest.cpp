@@ -15,10 +15,14 @@
 
 #include <memory>
 
+#include <modbus/modbus.h>
+
 namespace orv::modbus::cds::test {
 namespace {
 
 constexpr uint16_t g_address = 100;
+
+using orv::test::ServedMap;
 
 std::vector<uint16_t> wordsOf(float value)
 {
@@ -40,7 +44,7 @@ TEST_F(CdsFloatAccessorEndToEndTest, ClientWritesReachTheStoreAndTheStoresValues
     channelAccessor.reset();
     auto map = std::make_unique<ModbusMap>("meter", std::vector<ModbusMapEntry*>{entry}, nullptr, ByteOrder::ABCD);
     {
-        orv::test::ServedMap served(*map);
+        ServedMap served(*map);
         EXPECT_EQ(served.readHolding(g_address, 2), wordsOf(150.0f));
 
         const auto written = wordsOf(42.7f);

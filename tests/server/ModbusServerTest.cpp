@@ -251,6 +251,22 @@ TEST(ModbusServerTest, IdleLimitDefaultsToFiveMinutes)
     EXPECT_EQ(frontEnd->idleLimit(), std::chrono::seconds(2));
 }
 
+TEST(ModbusServerTest, ClientSilentForExactlyTheIdleLimitIsStillActive)
+{
+    // One time point serves a whole pass of the handler, so with a limit of
+    // 0 a client has been silent for exactly the limit in the pass that
+    // accepts it and in the pass that serves its request: it must be
+    // answered. Only a later pass, silent for more than 0, closes it.
+    std::uint16_t port = 0;
+    auto server = makeTcpServer(port);
+    server->setIdleLimit(0s);
+    server->run(servingUnitOne(makeSpyMap()));
+    ModbusTcpClient client("127.0.0.1", port, 1);
+    ASSERT_TRUE(client.connected());
+    EXPECT_TRUE(client.readHolding(0, 1).has_value());
+    EXPECT_TRUE(client.closedByPeerWithin(3s));
+}
+
 TEST(ModbusServerTest, StatisticHandlerCanBeReplacedBeforeRun)
 {
     std::uint16_t port = 0;

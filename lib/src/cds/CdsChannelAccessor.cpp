@@ -39,13 +39,9 @@ Book g_deviceSettingsBook{CdsChannelAccessor::m_mapChannelAccessorDeviceSettings
 Book g_deviceCreationBook{CdsChannelAccessor::m_mapChannelAccessorDeviceCreationSubscriber,
                           CdsChannelAccessor::m_mapChannelAccessorDeviceCreationSubscriberId};
 
-// Held by every handler while it works and by a destructor while it leaves
-// the books: once a destructor has it, no handler holds a pointer to that
-// accessor any more, and none can pick it up afterwards. Recursive because a
-// callback may destroy an accessor on the notification thread itself. It is
-// never taken around a data-store call by a destructor, so a notification
-// waiting for it never blocks an unsubscribe.
-std::recursive_mutex g_handlerMutex;
+// Every handler walks the watchers under it; every destructor leaves it
+// before the books.
+SubscriberWalks<CdsChannelAccessor> g_walks;
 
 std::shared_ptr<spdlog::logger> logger()
 {
@@ -135,7 +131,7 @@ CdsChannelAccessor::~CdsChannelAccessor()
         // this accessor watching an earlier device or channel.
         std::vector<std::uint64_t> unused;
         {
-            std::lock_guard lock(g_handlerMutex);
+            const auto walksLeft = g_walks.leave(this);
             if (m_channelId != 0 && m_dataType > DataType::AlarmEnabled) {
                 SPDLOG_LOGGER_DEBUG(logger(), "unsubscribeChannelSettings with the cannonical name {}",
                                     m_channelName);
@@ -241,14 +237,23 @@ void CdsChannelAccessor::setUpdateCallback(std::function<void(const zu::CValue&)
 
 void CdsChannelAccessor::callbackUpdateChannelValue(const zu::CValue& value)
 {
-    std::function<void(const zu::CValue&)> callback;
-    {
-        std::lock_guard lock(m_callbackMutex);
-        callback = m_updateCallback;
-    }
-    if (callback) {
+    // A copy: the callback may destroy this accessor, and with it the
+    // stored function.
+    if (const auto callback = updateCallback()) {
         callback(value);
     }
+}
+
+std::function<void(const zu::CValue&)> CdsChannelAccessor::updateCallback() const
+{
+    std::lock_guard lock(m_callbackMutex);
+    return m_updateCallback;
+}
+
+std::string CdsChannelAccessor::describe() const
+{
+    const std::string device = m_deviceName.empty() ? std::to_string(m_deviceId) : "\"" + m_deviceName + "\"";
+    return "device " + device + " channel \"" + m_channelName + "\"";
 }
 
 void CdsChannelAccessor::requestDetection()
@@ -269,9 +274,17 @@ void CdsChannelAccessor::requestDetection()
         }
         const auto left = m_detectionRequests.fetch_sub(served) - served;
         if (left == 0) {
-            return;
+            break;
         }
         served = left;
+    }
+    reportDetection();
+}
+
+void CdsChannelAccessor::reportDetection()
+{
+    if (const auto callback = updateCallback()) {
+        callback(m_found ? getCValue() : zu::CValue());
     }
 }
 
@@ -304,15 +317,6 @@ void CdsChannelAccessor::detectChannel()
     }
     m_found = newChannelId != 0;
     m_channelId = newChannelId;
-
-    std::function<void(const zu::CValue&)> callback;
-    {
-        std::lock_guard lock(m_callbackMutex);
-        callback = m_updateCallback;
-    }
-    if (callback) {
-        callback(newChannelId != 0 ? getCValue() : zu::CValue());
-    }
 }
 
 std::optional<std::uint64_t> CdsChannelAccessor::locateDevice()
@@ -479,83 +483,63 @@ void CdsChannelAccessor::unsubscribeDeviceCreation(std::uint64_t deviceId, CdsCh
 
 void CdsChannelAccessor::cdsChannelUpdate(std::uint64_t channelId)
 {
-    std::lock_guard lock(g_handlerMutex);
-    const auto accessors = g_channelUpdateBook.subscribersOf(channelId);
+    Walk walk(g_walks, g_channelUpdateBook, channelId);
     try {
         const auto value = inBand().getChannelCValue(channelId);
-        for (auto* accessor : accessors) {
-            accessor->callbackUpdateChannelValue(value);
-        }
+        walk.forEach([&value](CdsChannelAccessor* accessor) { accessor->callbackUpdateChannelValue(value); });
     } catch (...) {
-        redetect(accessors);
+        redetect(walk);
     }
 }
 
 void CdsChannelAccessor::cdsChannelState(std::uint64_t channelId)
 {
-    std::lock_guard lock(g_handlerMutex);
-    const auto accessors = g_channelStateBook.subscribersOf(channelId);
+    Walk walk(g_walks, g_channelStateBook, channelId);
     try {
         // Read only to learn that the channel still exists.
         inBand().getChannelCValue(channelId);
         const zu::CValue enabled(inBand().getChannelAlarmEnabled(channelId));
-        for (auto* accessor : accessors) {
-            accessor->callbackUpdateChannelValue(enabled);
-        }
+        walk.forEach([&enabled](CdsChannelAccessor* accessor) { accessor->callbackUpdateChannelValue(enabled); });
     } catch (...) {
-        redetect(accessors);
+        redetect(walk);
     }
 }
 
 void CdsChannelAccessor::cdsChannelSettings(std::uint64_t channelId)
 {
     SPDLOG_LOGGER_DEBUG(logger(), "Channel settings with the channel id {}", channelId);
-    std::lock_guard lock(g_handlerMutex);
-    const auto accessors = g_channelSettingsBook.subscribersOf(channelId);
+    Walk walk(g_walks, g_channelSettingsBook, channelId);
     try {
         inBand().getChannelCValue(channelId);
     } catch (...) {
-        redetect(accessors);
+        redetect(walk);
         return;
     }
-    for (auto* accessor : accessors) {
-        try {
-            accessor->callbackUpdateChannelValue(accessor->getCValue());
-        } catch (...) {
-            // One failing accessor does not keep the others from their value.
-        }
-    }
+    walk.forEachIsolated("Settings update", [](CdsChannelAccessor* accessor) {
+        accessor->callbackUpdateChannelValue(accessor->getCValue());
+    });
 }
 
 void CdsChannelAccessor::cdsDeviceSettings(std::uint64_t deviceId)
 {
     SPDLOG_LOGGER_DEBUG(logger(), "Device settings callback with the device id {}", deviceId);
-    std::lock_guard lock(g_handlerMutex);
-    try {
-        for (auto* accessor : g_deviceSettingsBook.subscribersOf(deviceId)) {
-            SPDLOG_LOGGER_DEBUG(logger(), "cannonical name  {}", accessor->m_channelName);
-            accessor->requestDetection();
-        }
-    } catch (...) {
-    }
+    Walk walk(g_walks, g_deviceSettingsBook, deviceId);
+    walk.forEachIsolated("Detection", [](CdsChannelAccessor* accessor) {
+        SPDLOG_LOGGER_DEBUG(logger(), "cannonical name  {}", accessor->m_channelName);
+        accessor->requestDetection();
+    });
 }
 
 void CdsChannelAccessor::cdsDeviceCreation(std::uint64_t deviceId)
 {
-    std::lock_guard lock(g_handlerMutex);
-    for (auto* accessor : g_deviceCreationBook.subscribersOf(deviceId)) {
-        accessor->requestDetection();
-    }
+    Walk walk(g_walks, g_deviceCreationBook, deviceId);
+    walk.forEachIsolated("Detection", [](CdsChannelAccessor* accessor) { accessor->requestDetection(); });
 }
 
-void CdsChannelAccessor::redetect(const std::set<CdsChannelAccessor*>& accessors)
+void CdsChannelAccessor::redetect(Walk& walk)
 {
-    for (auto* accessor : accessors) {
-        accessor->m_found = false;
-    }
-    for (auto* accessor : accessors) {
-        accessor->requestDetection();
-    }
+    walk.forEach([](CdsChannelAccessor* accessor) { accessor->m_found = false; });
+    walk.forEachIsolated("Detection", [](CdsChannelAccessor* accessor) { accessor->requestDetection(); });
 }
 
 } // namespace orv::modbus::cds

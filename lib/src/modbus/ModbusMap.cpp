@@ -119,6 +119,51 @@ void setStarts(modbus_mapping_t& tables, bool addressShift)
     tables.start_registers = start;
 }
 
+// Whether libmodbus wrote a write request into the tables. It refuses, with
+// an exception reply and without writing, a count outside the protocol's
+// limits, a coil value other than on or off, and any address outside the
+// table; the entries found for the request do not size the tables (a legacy
+// entry alone may size them).
+bool writesTables(const uint8_t* pdu, const modbus_mapping_t& tables)
+{
+    const int address = readWord(pdu + 1);
+    const auto fits = [address](int start, int count, int size) {
+        return address - start >= 0 && address - start + count <= size;
+    };
+    // The count of a multiple write, the value of a single one.
+    const int count = readWord(pdu + 3);
+    switch (pdu[0]) {
+    case g_writeSingleCoil:
+        return (count == 0 || count == 0xFF00) && fits(tables.start_bits, 1, tables.nb_bits);
+    case g_writeSingleRegister:
+        return fits(tables.start_registers, 1, tables.nb_registers);
+    case g_writeMultipleCoils:
+        return count >= 1 && count <= MODBUS_MAX_WRITE_BITS && fits(tables.start_bits, count, tables.nb_bits);
+    case g_writeMultipleRegisters:
+        return count >= 1 && count <= MODBUS_MAX_WRITE_REGISTERS
+            && fits(tables.start_registers, count, tables.nb_registers);
+    default:
+        return false;
+    }
+}
+
+// Whether what modbus_reply sent (`sent` bytes) was the normal reply to a
+// write: that echoes address and count, 5 bytes after the header, where an
+// exception reply has 2 and at most a 2-byte checksum. Nothing sent (an RTU
+// broadcast, or a client gone) tells neither.
+bool repliedNormally(int sent, int headerLength)
+{
+    return sent <= 0 || sent - headerLength >= 5;
+}
+
+// Whether `entry` lies wholly inside the table the write `functionCode`
+// went to, so that all the words it would pass on are the client's.
+bool liesInside(const ModbusMapEntry& entry, const modbus_mapping_t& tables, uint8_t functionCode)
+{
+    const bool bits = functionCode == g_writeSingleCoil || functionCode == g_writeMultipleCoils;
+    return entry.getAddress() + entry.getSize() <= (bits ? tables.nb_bits : tables.nb_registers);
+}
+
 // Whether `address` is one of the keys `entry` holds in its index. The same
 // 16-bit arithmetic as when the keys were registered, so a span that wraps
 // past 65535 matches too.
@@ -344,10 +389,15 @@ bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, b
         modbus_reply_exception(ctx, query, refusal.getCode());
         return false;
     }
-    replyLocked(ctx, query, length, addressShift, touched);
-    if (pushToAccessors) {
+    const int sent = replyLocked(ctx, query, length, addressShift, touched);
+    // A write refused by libmodbus changes nothing in the data store.
+    const modbus_mapping_t tables = tablesFor(addressShift);
+    const uint8_t* pdu = query + headerLength;
+    if (pushToAccessors && repliedNormally(sent, headerLength) && writesTables(pdu, tables)) {
         for (const auto& [key, entry] : touched) {
-            entry->updateDataInAccessor();
+            if (liesInside(*entry, tables, pdu[0])) {
+                entry->updateDataInAccessor();
+            }
         }
     }
     SPDLOG_LOGGER_DEBUG(logger(), "Processing a request... Done.");
@@ -426,8 +476,8 @@ bool ModbusMap::collectEntries(uint8_t* query, int headerLength, bool skipReadCh
     }
 }
 
-void ModbusMap::replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool addressShift,
-                            const EntrySet& touched)
+int ModbusMap::replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool addressShift,
+                           const EntrySet& touched)
 {
     // Always in ascending address order, so that two requests touching
     // overlapping entries cannot deadlock.
@@ -437,10 +487,11 @@ void ModbusMap::replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool
         locks.emplace_back(*entry);
     }
     modbus_mapping_t tables = tablesFor(addressShift);
-    modbus_reply(ctx, query, static_cast<int>(length), &tables);
+    const int sent = modbus_reply(ctx, query, static_cast<int>(length), &tables);
     for (auto& lock : locks) {
         lock.unlock();
     }
+    return sent;
 }
 
 void ModbusMap::fillSerializationInfo(cxxtools::SerializationInfo& si, bool oneBased) const

@@ -97,8 +97,9 @@ private:
     // the serial line with different settings, from two threads) never see
     // each other's.
     modbus_mapping_t tablesFor(bool addressShift) const;
-    // Lets libmodbus answer while every touched entry is locked.
-    void replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool addressShift, const EntrySet& touched);
+    // Lets libmodbus answer while every touched entry is locked; returns
+    // what modbus_reply returned.
+    int replyLocked(modbus_t* ctx, uint8_t* query, unsigned length, bool addressShift, const EntrySet& touched);
 
     std::shared_ptr<MapAvailableAccessor> m_pAvailableAccessor;
     std::string m_mapId;

@@ -2,6 +2,7 @@
 
 #include <orv/modbus/cds/CdsDataAccessor.h>
 #include <orv/modbus/cds/DataType.h>
+#include <orv/modbus/cds/SubscriberWalks.h>
 
 #include <atomic>
 #include <cstdint>
@@ -24,8 +25,16 @@ namespace orv::modbus::cds {
 //
 // Threads: handlers run on the data-store client's notification thread;
 // construction, destruction, reads and writes on the callers' threads. No
-// lock is held while the data store is called. A destructor waits for a
-// handler that is running, so a destroyed accessor is never called again.
+// lock is held while the data store is called.
+//
+// Destruction is safe from any thread, the notification thread included: an
+// accessor may be destroyed by a callback, its own or another accessor's
+// (a plug-in tearing down a group of entries, a map destroyed from a
+// notification). Destroyed on another thread, it waits for a running handler
+// to finish; destroyed inside a handler, it is skipped by the rest of that
+// handler's walk. Either way it is never called again (see SubscriberWalks).
+// One accessor whose detection or callback fails never keeps the others of
+// the same object from theirs.
 class CdsChannelAccessor : public CdsDataAccessor {
 public:
     using SubscriberSets = std::map<std::uint64_t, std::set<CdsChannelAccessor*>>;
@@ -47,6 +56,9 @@ public:
 
     // Calls the update callback with `value` when one is set.
     void callbackUpdateChannelValue(const zu::CValue& value);
+
+    // The device and channel this accessor binds, for log lines.
+    std::string describe() const;
 
     // Bookkeeping of the data-store subscriptions, per kind: who watches
     // which object, and the one subscription made for it. Unsubscribing is
@@ -101,7 +113,14 @@ private:
     void watchDeviceCreation();
     void stopWatchingDeviceCreation();
 
-    static void redetect(const std::set<CdsChannelAccessor*>& accessors);
+    using Walk = SubscriberWalks<CdsChannelAccessor>::Walk;
+
+    // Runs after a detection, as the last use of this accessor: the callback
+    // may destroy it.
+    void reportDetection();
+    std::function<void(const zu::CValue&)> updateCallback() const;
+
+    static void redetect(Walk& walk);
 
     std::uint64_t m_deviceId;
     std::uint64_t m_resolvedDeviceId;
