@@ -33,6 +33,9 @@ int main(int argc, char** argv)
     }
     try {
         orv::modbusd::Daemon daemon(commandLine);
+        if (commandLine.action == CommandLine::Action::Export) {
+            return daemon.exportMap(std::cout, std::cerr);
+        }
         return daemon.run();
     } catch (const std::exception& error) {
         std::cerr << program << ": " << error.what() << "\n";
