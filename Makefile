@@ -5,7 +5,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 DEMO_CONFIG ?= $(BUILD)/maps/demo/demo-config.json
 
-.PHONY: all deps build build-asan test test-normal test-asan demo bench clean
+.PHONY: all deps build build-asan test test-normal test-asan demo bench readme-table clean
 
 all: build
 
@@ -35,6 +35,11 @@ test: test-normal test-asan
 
 demo: build
 	@scripts/run-demo.sh $(BUILD) $(DEMO_CONFIG)
+
+# The README's demo map table is the map's own export; a test fails until
+# this has been run after a change to the demo map.
+readme-table: build
+	@scripts/update-readme-table.sh $(BUILD)
 
 bench: build
 	@scripts/run-bench.sh $(BUILD)

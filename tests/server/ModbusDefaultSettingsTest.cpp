@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -21,19 +23,36 @@ constexpr const char* g_parity = R"("parity": {"minValue": 0, "maxValue": 3, "va
 constexpr const char* g_baud = R"("baud": {"minValue": 1, "maxValue": 8, "value": 5})";
 constexpr const char* g_stopBits = R"("stop_bits": {"minValue": 1, "maxValue": 2, "value": 1})";
 
-std::string rtu(const std::string& baud = g_baud, const std::string& stopBits = std::string(", ") + g_stopBits)
+// Joins texts (GCC 12 warns wrongly about chains of std::string's operator+).
+std::string cat(std::initializer_list<std::string_view> parts)
 {
-    return std::string(R"("rtu": {"enabled": {"value": false}, )") + g_parity + ", " + baud + stopBits + "}";
+    std::string text;
+    for (const std::string_view part : parts) {
+        text.append(part);
+    }
+    return text;
 }
 
-std::string element(const std::string& configuration)
+std::string rtu(std::string_view baud = g_baud, bool withStopBits = true)
 {
-    return R"({"data": {"other": 1, "modbus_server_configuration": {)" + configuration + "}}}";
+    return cat({R"("rtu": {"enabled": {"value": false}, )", g_parity, ", ", baud, withStopBits ? ", " : "",
+                withStopBits ? g_stopBits : "", "}"});
 }
 
-std::string document(const std::string& elements)
+// The configuration with TCP enabled and the RTU part given.
+std::string withTcp(std::string_view rtuPart)
 {
-    return R"({"version": 3, "zu.tk_proto.config.PersistentConfig": {"oobs": [)" + elements + "]}}";
+    return cat({g_tcp, ", ", rtuPart});
+}
+
+std::string element(std::string_view configuration)
+{
+    return cat({R"({"data": {"other": 1, "modbus_server_configuration": {)", configuration, "}}}"});
+}
+
+std::string document(std::string_view elements)
+{
+    return cat({R"({"version": 3, "zu.tk_proto.config.PersistentConfig": {"oobs": [)", elements, "]}}"});
 }
 
 class ModbusDefaultSettingsTest : public ::testing::Test {
@@ -73,7 +92,7 @@ protected:
 
 TEST_F(ModbusDefaultSettingsTest, ReadsEveryKeyOfTheFirstElement)
 {
-    const std::string path = write(document(element(std::string(g_tcp) + ", " + rtu())));
+    const std::string path = write(document(element(withTcp(rtu()))));
     const ModbusDefaultSettings settings(path);
     EXPECT_EQ(settings.filePath, path);
     EXPECT_TRUE(settings.tcpEnabled);
@@ -106,21 +125,21 @@ TEST_F(ModbusDefaultSettingsTest, EmptyOobsEnablesNothingAndLeavesEveryNumberZer
 TEST_F(ModbusDefaultSettingsTest, SecondElementOfOobsIsNeverRead)
 {
     // The second element is not even of the right shape: reading it would fail.
-    const std::string path = write(document(element(std::string(g_tcp) + ", " + rtu()) + R"(, {"data": 5})"));
+    const std::string path = write(document(cat({element(withTcp(rtu())), R"(, {"data": 5})"})));
     const ModbusDefaultSettings settings(path);
     EXPECT_EQ(settings.baud, 5);
 }
 
 TEST_F(ModbusDefaultSettingsTest, SecondElementDoesNotStandInForAMissingKeyOfTheFirst)
 {
-    const std::string complete = element(std::string(g_tcp) + ", " + rtu());
-    const std::string error = failureOn(document(element(std::string(g_tcp) + ", " + rtu(g_baud, "")) + ", " + complete));
+    const std::string complete = element(withTcp(rtu()));
+    const std::string error = failureOn(document(cat({element(withTcp(rtu(g_baud, false))), ", ", complete})));
     EXPECT_EQ(error, parsePrefix() + "lwjson::deserializer \"stop_bits\" member not found");
 }
 
 TEST_F(ModbusDefaultSettingsTest, MissingStopBitsFailsWithTheParseMessage)
 {
-    const std::string error = failureOn(document(element(std::string(g_tcp) + ", " + rtu(g_baud, ""))));
+    const std::string error = failureOn(document(element(withTcp(rtu(g_baud, false)))));
     EXPECT_TRUE(error.starts_with(parsePrefix())) << error;
     EXPECT_NE(error.find("stop_bits"), std::string::npos) << error;
 }
@@ -128,27 +147,27 @@ TEST_F(ModbusDefaultSettingsTest, MissingStopBitsFailsWithTheParseMessage)
 TEST_F(ModbusDefaultSettingsTest, BaudAboveTheSigned32BitRangeFailsWithTheOutOfRangeReason)
 {
     const std::string baud = R"("baud": {"minValue": 1, "maxValue": 8, "value": 2147483648})";
-    const std::string error = failureOn(document(element(std::string(g_tcp) + ", " + rtu(baud))));
+    const std::string error = failureOn(document(element(withTcp(rtu(baud)))));
     EXPECT_EQ(error, parsePrefix() + "lwjson::deserializer \"value\"=2147483648 value out of range");
 }
 
 TEST_F(ModbusDefaultSettingsTest, TextThatIsNotANumberFailsWithTheFormatReason)
 {
     const std::string baud = R"("baud": {"minValue": "fast", "maxValue": 8, "value": 5})";
-    const std::string error = failureOn(document(element(std::string(g_tcp) + ", " + rtu(baud))));
+    const std::string error = failureOn(document(element(withTcp(rtu(baud)))));
     EXPECT_EQ(error, parsePrefix() + "lwjson::deserializer \"minValue\"=fast invalid number format");
 }
 
 TEST_F(ModbusDefaultSettingsTest, ObjectInPlaceOfANumberFailsAsNonScalar)
 {
     const std::string baud = R"("baud": {"minValue": 1, "maxValue": {}, "value": 5})";
-    const std::string error = failureOn(document(element(std::string(g_tcp) + ", " + rtu(baud))));
+    const std::string error = failureOn(document(element(withTcp(rtu(baud)))));
     EXPECT_EQ(error, parsePrefix() + "Cannot get value from a non-scalar or null");
 }
 
 TEST_F(ModbusDefaultSettingsTest, NumberInPlaceOfABooleanFails)
 {
-    const std::string error = failureOn(document(element(R"("tcp": {"enabled": {"value": 1}}, )" + rtu())));
+    const std::string error = failureOn(document(element(cat({R"("tcp": {"enabled": {"value": 1}}, )", rtu()}))));
     EXPECT_TRUE(error.starts_with(parsePrefix())) << error;
 }
 
