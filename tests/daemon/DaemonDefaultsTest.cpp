@@ -16,15 +16,20 @@ namespace {
 using namespace std::chrono_literals;
 using orv::test::ChildProcess;
 
-std::string defaults(bool tcpEnabled, bool rtuEnabled, const std::string& parityRange = "0, \"maxValue\": 3")
+// A factory-defaults file; parity may go up to `parityMax`.
+std::string defaults(bool tcpEnabled, bool rtuEnabled, int parityMax = 3)
 {
-    const auto flag = [](bool on) { return on ? "true" : "false"; };
-    return std::string(R"({"zu.tk_proto.config.PersistentConfig": {"oobs": [{"data": {"modbus_server_configuration": {
-        "tcp": {"enabled": {"value": )") + flag(tcpEnabled) + R"(}},
-        "rtu": {"enabled": {"value": )" + flag(rtuEnabled) + R"(},
-                "parity": {"minValue": )" + parityRange + R"(, "value": 2},
+    std::string text = R"({"zu.tk_proto.config.PersistentConfig": {"oobs": [{"data": {"modbus_server_configuration": {
+        "tcp": {"enabled": {"value": )";
+    text += tcpEnabled ? "true" : "false";
+    text += R"(}}, "rtu": {"enabled": {"value": )";
+    text += rtuEnabled ? "true" : "false";
+    text += R"(}, "parity": {"minValue": 0, "maxValue": )";
+    text += std::to_string(parityMax);
+    text += R"(, "value": 2},
                 "baud": {"minValue": 1, "maxValue": 8, "value": 4},
                 "stop_bits": {"minValue": 1, "maxValue": 2, "value": 1}}}}}]}})";
+    return text;
 }
 
 class DaemonDefaultsTest : public orv::test::DaemonFilesTest {
@@ -94,7 +99,7 @@ TEST_F(DaemonDefaultsTest, ParityIsBoundedByTheDefaultsRangeNotTheLibrarys)
 {
     // Odd parity (3) is a parity the library knows; this gateway's defaults
     // do not allow it.
-    const std::string defaultsPath = write("defaults.json", defaults(true, false, "0, \"maxValue\": 2"));
+    const std::string defaultsPath = write("defaults.json", defaults(true, false, 2));
     const std::string path = write("config.json", config(R"({"tcp": {}, "rtu": {"parity": 3, "stopBits": 1}})",
                                                          R"(, "defaultsFile": ")" + defaultsPath + R"(")"));
     const std::string error = runExpectingFailure(path);

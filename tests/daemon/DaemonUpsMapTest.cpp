@@ -85,14 +85,4 @@ TEST_F(DaemonUpsMapTest, UnitTwoIsSilentUntilTheServiceRunsThenAnswersTheSeed)
     EXPECT_EQ(rest.values.at(4), "2400") << rest.output;
 }
 
-TEST_F(DaemonUpsMapTest, UnitTwoStaysSilentWhileTheServiceIsNotInService)
-{
-    start(600'000);
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        const auto silent = readBatteryCharge();
-        EXPECT_NE(silent.status, 0) << silent.output;
-        EXPECT_NE(silent.output.find("timed out"), std::string::npos) << silent.output;
-    }
-}
-
 } // namespace

@@ -14,6 +14,7 @@ namespace orv::test {
 
 struct MbpollResult {
     int status = -1;
+    // Standard output and error: a time-out is reported on the latter.
     std::string output;
     // The values printed, by reference.
     std::map<int, std::string> values;
@@ -22,7 +23,7 @@ struct MbpollResult {
 inline MbpollResult runMbpoll(std::uint16_t port, int unit, const std::string& arguments, int timeoutSeconds = 2)
 {
     const std::string command = "mbpoll -m tcp -a " + std::to_string(unit) + " -p " + std::to_string(port)
-                                + " -0 -1 -o " + std::to_string(timeoutSeconds) + " " + arguments;
+                                + " -0 -1 -o " + std::to_string(timeoutSeconds) + " " + arguments + " 2>&1";
     MbpollResult result;
     result.output = runAndCapture(command, std::chrono::seconds(timeoutSeconds + 8), &result.status);
     static const std::regex g_line(R"(\[(\d+)\]:\s+(\S+))");

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -28,16 +29,15 @@ std::string readmeTable()
         ADD_FAILURE() << ORV_README << " lacks the lines\n" << g_begin << g_end;
         return {};
     }
-    const auto start = begin + std::string(g_begin).size();
+    const auto start = begin + std::string_view(g_begin).size();
     return readme.substr(start, end - start);
 }
 
 TEST(ReadmeDemoTableTest, ReadmeTableIsTheMarkdownExportOfTheBuiltDemoMap)
 {
     int status = -1;
-    const std::string exported = orv::test::runAndCapture(std::string(ORV_DAEMON_BINARY) + " --config "
-                                                              + ORV_DEMO_CONFIG + " --export demo --format markdown",
-                                                          20s, &status);
+    const std::string exported = orv::test::runAndCapture(
+        ORV_DAEMON_BINARY " --config " ORV_DEMO_CONFIG " --export demo --format markdown", 20s, &status);
     ASSERT_EQ(status, 0) << exported;
     EXPECT_EQ(readmeTable(), exported)
         << "The demo map changed: run `make readme-table` (scripts/update-readme-table.sh BUILD_DIR) and commit "
