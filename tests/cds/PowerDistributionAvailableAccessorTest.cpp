@@ -68,30 +68,23 @@ protected:
     std::filesystem::path m_config;
 };
 
-TEST_F(PowerDistributionAvailableAccessorTest, RunningAtTheFirstCallIsAvailableAndNeverAskedAgain)
+TEST_F(PowerDistributionAvailableAccessorTest, InServiceAtTheFirstCallIsAvailableAndNeverAskedAgain)
 {
-    const auto channel = addStatus(15);
-    LogCapture log(LogCapture::g_functionAndMessage);
-    PowerDistributionAvailableAccessor accessor(m_config.string());
-    EXPECT_TRUE(accessor.isAvailable());
-    EXPECT_EQ(statusReads(log), 1u);
-    EXPECT_TRUE(log.contains("getPowerDistributionStatus|status = Running"));
+    for (const std::uint32_t inService : {15u, 16u}) {
+        SCOPED_TRACE(inService);
+        const auto channel = addStatus(inService);
+        LogCapture log(LogCapture::g_functionAndMessage);
+        PowerDistributionAvailableAccessor accessor(m_config.string());
+        EXPECT_TRUE(accessor.isAvailable());
+        EXPECT_EQ(statusReads(log), 1u);
 
-    store().setChannelCValue(channel, zu::CValue(std::uint32_t{4}));
-    EXPECT_TRUE(accessor.isAvailable());
-    EXPECT_TRUE(accessor.isAvailable());
-    EXPECT_EQ(statusReads(log), 1u);
-}
-
-TEST_F(PowerDistributionAvailableAccessorTest, RunningDegradedAtTheFirstCallIsAvailableAndNeverAskedAgain)
-{
-    const auto channel = addStatus(16);
-    LogCapture log(LogCapture::g_functionAndMessage);
-    PowerDistributionAvailableAccessor accessor(m_config.string());
-    EXPECT_TRUE(accessor.isAvailable());
-    store().removeChannel(channel);
-    EXPECT_TRUE(accessor.isAvailable());
-    EXPECT_EQ(statusReads(log), 1u);
+        // Neither a stopped service nor a vanished channel is seen again.
+        store().setChannelCValue(channel, zu::CValue(std::uint32_t{4}));
+        EXPECT_TRUE(accessor.isAvailable());
+        store().removeChannel(channel);
+        EXPECT_TRUE(accessor.isAvailable());
+        EXPECT_EQ(statusReads(log), 1u);
+    }
 }
 
 TEST_F(PowerDistributionAvailableAccessorTest, AnyOtherStatusIsUnavailableAndAskedAgainAtEachCall)

@@ -45,6 +45,18 @@ protected:
                + extra + "}";
     }
 
+    // A configuration with the "rtu" object given, against defaults allowing
+    // parity up to `parityMax`, must be refused with `refusal` followed by
+    // the defaults file's path.
+    void expectRangeRefusal(const std::string& rtu, int parityMax, const std::string& refusal)
+    {
+        const std::string defaultsPath = write("defaults.json", defaults(true, false, parityMax));
+        const std::string path = write("config.json", config(R"({"tcp": {}, "rtu": )" + rtu + "}",
+                                                             R"(, "defaultsFile": ")" + defaultsPath + R"(")"));
+        const std::string error = runExpectingFailure(path);
+        EXPECT_NE(error.find(path + ": " + refusal + defaultsPath), std::string::npos) << error;
+    }
+
     void expectServing(const std::string& configPath, const std::vector<std::string>& extra = {})
     {
         std::vector<std::string> arguments{"--config", configPath, "--tcp-port", std::to_string(m_port)};
@@ -86,26 +98,14 @@ TEST_F(DaemonDefaultsTest, OmittedRtuEnabledIsTakenFromTheDefaultsFile)
 
 TEST_F(DaemonDefaultsTest, BaudRateOutsideTheDefaultsRangeNamesFileKeyValueAndRange)
 {
-    const std::string defaultsPath = write("defaults.json", defaults(true, false));
-    const std::string path = write("config.json", config(R"({"tcp": {}, "rtu": {"baudRate": 9}})",
-                                                         R"(, "defaultsFile": ")" + defaultsPath + R"(")"));
-    const std::string error = runExpectingFailure(path);
-    EXPECT_NE(error.find(path + ": server.rtu.baudRate: 9 is outside 1..8 allowed by " + defaultsPath),
-              std::string::npos)
-        << error;
+    expectRangeRefusal(R"({"baudRate": 9})", 3, "server.rtu.baudRate: 9 is outside 1..8 allowed by ");
 }
 
 TEST_F(DaemonDefaultsTest, ParityIsBoundedByTheDefaultsRangeNotTheLibrarys)
 {
-    // Odd parity (3) is a parity the library knows; this gateway's defaults
-    // do not allow it.
-    const std::string defaultsPath = write("defaults.json", defaults(true, false, 2));
-    const std::string path = write("config.json", config(R"({"tcp": {}, "rtu": {"parity": 3, "stopBits": 1}})",
-                                                         R"(, "defaultsFile": ")" + defaultsPath + R"(")"));
-    const std::string error = runExpectingFailure(path);
-    EXPECT_NE(error.find(path + ": server.rtu.parity: 3 is outside 0..2 allowed by " + defaultsPath),
-              std::string::npos)
-        << error;
+    // Odd parity (3) is a parity the library knows; these defaults do not
+    // allow it.
+    expectRangeRefusal(R"({"parity": 3, "stopBits": 1})", 2, "server.rtu.parity: 3 is outside 0..2 allowed by ");
 }
 
 TEST_F(DaemonDefaultsTest, StopBitsOutsideTheDefaultsRangeIsRefused)
