@@ -4,6 +4,7 @@
 
 #include "LogCapture.h"
 #include "ModbusTcpClient.h"
+#include "NamedParameter.h"
 #include "RawTcpClient.h"
 #include "SpyMap.h"
 #include "TestServer.h"
@@ -209,16 +210,8 @@ private:
     std::jthread m_thread;
 };
 
-// Names the instances of a parameterised test after their parameter's name,
-// and prints the parameter as that name.
-const auto g_byName = [](const auto& info) { return info.param.name; };
-
-template <class Parameter>
-    requires requires(const Parameter& parameter) { parameter.name; }
-void PrintTo(const Parameter& parameter, std::ostream* stream)
-{
-    *stream << parameter.name;
-}
+using orv::test::g_byName;
+using orv::test::PrintTo;
 
 // Read holding registers 0-1 of unit 1, the MBAP header saying so.
 const Bytes g_readFrame = RawTcpClient::readHoldingFrame(1, 0, 2);
