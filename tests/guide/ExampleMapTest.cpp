@@ -85,29 +85,15 @@ public:
 
     bool connected() const { return m_connected; }
 
-    Words holding(int address, int count) const
-    {
-        Words words(static_cast<std::size_t>(count));
-        const bool read = modbus_read_registers(m_pContext.get(), address, count, words.data()) == count;
-        return read ? words : Words{};
-    }
+    Words holding(int address, int count) const { return read<std::uint16_t>(modbus_read_registers, address, count); }
     Words input(int address, int count) const
     {
-        Words words(static_cast<std::size_t>(count));
-        const bool read = modbus_read_input_registers(m_pContext.get(), address, count, words.data()) == count;
-        return read ? words : Words{};
+        return read<std::uint16_t>(modbus_read_input_registers, address, count);
     }
-    Bits coils(int address, int count) const
-    {
-        Bits bits(static_cast<std::size_t>(count));
-        const bool read = modbus_read_bits(m_pContext.get(), address, count, bits.data()) == count;
-        return read ? bits : Bits{};
-    }
+    Bits coils(int address, int count) const { return read<std::uint8_t>(modbus_read_bits, address, count); }
     Bits discreteInputs(int address, int count) const
     {
-        Bits bits(static_cast<std::size_t>(count));
-        const bool read = modbus_read_input_bits(m_pContext.get(), address, count, bits.data()) == count;
-        return read ? bits : Bits{};
+        return read<std::uint8_t>(modbus_read_input_bits, address, count);
     }
     bool writeHolding(int address, const Words& words) const
     {
@@ -117,6 +103,15 @@ public:
     bool writeCoil(int address, bool on) const { return modbus_write_bit(m_pContext.get(), address, on ? 1 : 0) == 1; }
 
 private:
+    // The `count` values a libmodbus read function returned, or nothing
+    // when it failed.
+    template <class Value>
+    std::vector<Value> read(int (*function)(modbus_t*, int, int, Value*), int address, int count) const
+    {
+        std::vector<Value> values(static_cast<std::size_t>(count));
+        return function(m_pContext.get(), address, count, values.data()) == count ? values : std::vector<Value>{};
+    }
+
     std::unique_ptr<modbus_t, decltype(&modbus_free)> m_pContext;
     bool m_connected = false;
 };
