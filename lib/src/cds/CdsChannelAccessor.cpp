@@ -1,8 +1,9 @@
 #include <orv/modbus/cds/CdsChannelAccessor.h>
 
-#include <orv/logging/Logger.h>
 #include <orv/modbus/cds/CdsInBandAccessor.h>
 #include <orv/modbus/cds/SubscriptionBook.h>
+
+#include "ServerLogger.h"
 
 #include <exception>
 #include <limits>
@@ -42,12 +43,6 @@ Book g_deviceCreationBook{CdsChannelAccessor::m_mapChannelAccessorDeviceCreation
 // Every handler walks the watchers under it; every destructor leaves it
 // before the books.
 SubscriberWalks<CdsChannelAccessor> g_walks;
-
-std::shared_ptr<spdlog::logger> logger()
-{
-    static const auto g_logger = orv::logging::getLogger("ModbusServer");
-    return g_logger;
-}
 
 cdsapi::InBandAccessor& inBand()
 {
@@ -133,11 +128,11 @@ CdsChannelAccessor::~CdsChannelAccessor()
         {
             const auto walksLeft = g_walks.leave(this);
             if (m_channelId != 0 && m_dataType > DataType::AlarmEnabled) {
-                SPDLOG_LOGGER_DEBUG(logger(), "unsubscribeChannelSettings with the cannonical name {}",
+                SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeChannelSettings with the cannonical name {}",
                                     m_channelName);
             }
             if (m_resolvedDeviceId != 0) {
-                SPDLOG_LOGGER_DEBUG(logger(), "unsubscribeDeviceSettings with the cannonical name {}",
+                SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings with the cannonical name {}",
                                     m_channelName);
             }
             for (Book* book : {&g_channelUpdateBook, &g_channelStateBook, &g_channelSettingsBook,
@@ -147,7 +142,7 @@ CdsChannelAccessor::~CdsChannelAccessor()
                 }
             }
             for (const auto& [deviceId, subscriptionId] : g_deviceSettingsBook.forget(this)) {
-                SPDLOG_LOGGER_DEBUG(logger(), "unsubscribeDeviceSettings remove subscribe for the deviceId {}",
+                SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings remove subscribe for the deviceId {}",
                                     deviceId);
                 unused.push_back(subscriptionId);
             }
@@ -425,23 +420,23 @@ void CdsChannelAccessor::subscribeChannelState(std::uint64_t channelId, CdsChann
 
 void CdsChannelAccessor::subscribeChannelSettings(std::uint64_t channelId, CdsChannelAccessor* accessor)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "subscribeChannelSettings with the cannonical name {}", accessor->m_channelName);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "subscribeChannelSettings with the cannonical name {}", accessor->m_channelName);
     const bool created = g_channelSettingsBook.add(channelId, accessor, [channelId] {
         return subscribeChannelTo(channelId, zu::sub::channel_settings, &CdsChannelAccessor::cdsChannelSettings);
     });
     if (created) {
-        SPDLOG_LOGGER_DEBUG(logger(), "subscribeChannelSettings create subscribe on the channel Id={}", channelId);
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "subscribeChannelSettings create subscribe on the channel Id={}", channelId);
     }
 }
 
 void CdsChannelAccessor::subscribeDeviceSettings(std::uint64_t deviceId, CdsChannelAccessor* accessor)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "subscribeDeviceSettings with the cannonical name {}", accessor->m_channelName);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "subscribeDeviceSettings with the cannonical name {}", accessor->m_channelName);
     const bool created = g_deviceSettingsBook.add(deviceId, accessor, [deviceId] {
         return subscribeDeviceTo(deviceId, zu::sub::device_settings, &CdsChannelAccessor::cdsDeviceSettings);
     });
     if (created) {
-        SPDLOG_LOGGER_DEBUG(logger(), "subscribeDeviceSettings create subscribe for the deviceId {}", deviceId);
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "subscribeDeviceSettings create subscribe for the deviceId {}", deviceId);
     }
 }
 
@@ -464,15 +459,15 @@ void CdsChannelAccessor::unsubscribeChannelState(std::uint64_t channelId, CdsCha
 
 void CdsChannelAccessor::unsubscribeChannelSettings(std::uint64_t channelId, CdsChannelAccessor* accessor)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "unsubscribeChannelSettings with the cannonical name {}", accessor->m_channelName);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeChannelSettings with the cannonical name {}", accessor->m_channelName);
     g_channelSettingsBook.remove(channelId, accessor);
 }
 
 void CdsChannelAccessor::unsubscribeDeviceSettings(std::uint64_t deviceId, CdsChannelAccessor* accessor)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "unsubscribeDeviceSettings with the cannonical name {}", accessor->m_channelName);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings with the cannonical name {}", accessor->m_channelName);
     if (g_deviceSettingsBook.remove(deviceId, accessor)) {
-        SPDLOG_LOGGER_DEBUG(logger(), "unsubscribeDeviceSettings remove subscribe for the deviceId {}", deviceId);
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings remove subscribe for the deviceId {}", deviceId);
     }
 }
 
@@ -507,7 +502,7 @@ void CdsChannelAccessor::cdsChannelState(std::uint64_t channelId)
 
 void CdsChannelAccessor::cdsChannelSettings(std::uint64_t channelId)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "Channel settings with the channel id {}", channelId);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Channel settings with the channel id {}", channelId);
     Walk walk(g_walks, g_channelSettingsBook, channelId);
     try {
         inBand().getChannelCValue(channelId);
@@ -522,10 +517,10 @@ void CdsChannelAccessor::cdsChannelSettings(std::uint64_t channelId)
 
 void CdsChannelAccessor::cdsDeviceSettings(std::uint64_t deviceId)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "Device settings callback with the device id {}", deviceId);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Device settings callback with the device id {}", deviceId);
     Walk walk(g_walks, g_deviceSettingsBook, deviceId);
     walk.forEachIsolated("Detection", [](CdsChannelAccessor* accessor) {
-        SPDLOG_LOGGER_DEBUG(logger(), "cannonical name  {}", accessor->m_channelName);
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "cannonical name  {}", accessor->m_channelName);
         accessor->requestDetection();
     });
 }

@@ -1,20 +1,10 @@
 #include <orv/modbus/cds/CdsDataToRegistersAccessor.h>
 
-#include <orv/logging/Logger.h>
+#include "ServerLogger.h"
 
 #include <utility>
 
 namespace orv::modbus::cds {
-
-namespace {
-
-const std::shared_ptr<spdlog::logger>& logger()
-{
-    static const auto g_logger = orv::logging::getLogger("ModbusServer");
-    return g_logger;
-}
-
-} // namespace
 
 CdsDataToRegistersAccessor::CdsDataToRegistersAccessor(uint16_t size, const std::vector<CdsDataAccessor*>& accessors,
                                                        ToRegisters toRegisters, FromRegisters fromRegisters,
@@ -41,7 +31,7 @@ void CdsDataToRegistersAccessor::setData(const std::vector<uint16_t>& data)
     }
     const auto values = m_fromRegisters(data);
     for (std::size_t index = 0; index < values.size(); ++index) {
-        SPDLOG_LOGGER_DEBUG(logger(), "Value set to CDS:{}", values[index].as_uint32());
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "Value set to CDS:{}", values[index].as_uint32());
         writeValue(index, values[index]);
     }
 }

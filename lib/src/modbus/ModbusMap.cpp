@@ -1,9 +1,9 @@
 #include <orv/modbus/ModbusMap.h>
 
-#include <orv/logging/Logger.h>
 #include <orv/modbus/ModbusException.h>
 
 #include "RequestLength.h"
+#include "ServerLogger.h"
 
 #include <algorithm>
 #include <array>
@@ -18,11 +18,6 @@ namespace orv::modbus {
 namespace {
 
 using EntryIndex = std::map<uint16_t, std::shared_ptr<ModbusMapEntry>>;
-
-std::shared_ptr<spdlog::logger> logger()
-{
-    return orv::logging::getLogger("ModbusServer");
-}
 
 const char* kindWord(int type)
 {
@@ -212,7 +207,7 @@ ModbusMap::ModbusMap(const std::string& mapId, std::vector<ModbusMapEntry*> entr
     : m_pAvailableAccessor(availableAccessor)
     , m_mapId(mapId)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "Create a modbus mapping...");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Create a modbus mapping...");
     std::vector<std::shared_ptr<ModbusMapEntry>> owned;
     owned.reserve(entries.size());
     try {
@@ -228,7 +223,7 @@ ModbusMap::ModbusMap(const std::string& mapId, std::vector<ModbusMapEntry*> entr
         throw;
     }
     allocateMapping();
-    SPDLOG_LOGGER_DEBUG(logger(), "Initialize the values...");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Initialize the values...");
     try {
         attachEntries(owned, byteOrder);
     } catch (...) {
@@ -237,8 +232,8 @@ ModbusMap::ModbusMap(const std::string& mapId, std::vector<ModbusMapEntry*> entr
         modbus_mapping_free(m_pMapping);
         throw;
     }
-    SPDLOG_LOGGER_DEBUG(logger(), "Initialize the values...Done.");
-    SPDLOG_LOGGER_DEBUG(logger(), "Create a mobbus mapping...Done.");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Initialize the values...Done.");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Create a mobbus mapping...Done.");
 }
 
 void ModbusMap::attachEntries(const std::vector<std::shared_ptr<ModbusMapEntry>>& entries, ByteOrder byteOrder)
@@ -251,10 +246,10 @@ void ModbusMap::attachEntries(const std::vector<std::shared_ptr<ModbusMapEntry>>
 
 ModbusMap::~ModbusMap()
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "Deleting the mapping...");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Deleting the mapping...");
     releaseEntries();
     modbus_mapping_free(m_pMapping);
-    SPDLOG_LOGGER_DEBUG(logger(), "Deleting the mapping...Done.");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Deleting the mapping...Done.");
 }
 
 // Data-store notifications may still arrive on another thread and write into
@@ -368,18 +363,18 @@ bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, b
     const int headerLength = modbus_get_header_length(ctx);
     if (!isComplete(query, length, headerLength)) {
         // Too short to answer, even with an exception reply.
-        SPDLOG_LOGGER_DEBUG(logger(), "Incomplete request of {} bytes dropped", length);
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "Incomplete request of {} bytes dropped", length);
         return false;
     }
     if (const char* text = requestLogText(query[headerLength], skipReadChecks)) {
-        SPDLOG_LOGGER_DEBUG(logger(), "{}", text);
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "{}", text);
     }
     EntrySet touched;
     bool pushToAccessors = false;
     try {
         pushToAccessors = collectEntries(query, headerLength, skipReadChecks, readOnly, addressShift, touched);
     } catch (const ModbusException& refusal) {
-        SPDLOG_LOGGER_DEBUG(logger(), " Error!");
+        SPDLOG_LOGGER_DEBUG(serverLogger(), " Error!");
         modbus_reply_exception(ctx, query, refusal.getCode());
         return false;
     }
@@ -394,7 +389,7 @@ bool ModbusMap::processRequest(modbus_t* ctx, uint8_t* query, unsigned length, b
             }
         }
     }
-    SPDLOG_LOGGER_DEBUG(logger(), "Processing a request... Done.");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Processing a request... Done.");
     return true;
 }
 

@@ -1,7 +1,8 @@
 #include <orv/modbus/ModbusMapEntry.h>
 
-#include <orv/logging/Logger.h>
 #include <orv/modbus/ModbusHelpers.h>
+
+#include "ServerLogger.h"
 
 #include <stdexcept>
 
@@ -32,8 +33,7 @@ void ModbusMapEntry::setByteOrder(ByteOrder /*order*/)
 void ModbusMapEntry::setMapping(modbus_mapping_t* mapping)
 {
     if (mapping != nullptr) {
-        auto logger = orv::logging::getLogger("ModbusServer");
-        SPDLOG_LOGGER_DEBUG(logger, "m_pMapping ptr not null");
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "m_pMapping ptr not null");
     }
     attachMapping(mapping);
 }

@@ -1,8 +1,7 @@
 #include <orv/modbus/ModbusServer.h>
 
-#include <orv/logging/Logger.h>
-
 #include "RtuFrontEnd.h"
+#include "ServerLogger.h"
 #include "StatisticsNotifier.h"
 #include "TcpFrontEnd.h"
 
@@ -10,12 +9,6 @@
 
 namespace orv::modbus {
 namespace {
-
-const std::shared_ptr<spdlog::logger>& logger()
-{
-    static const auto instance = orv::logging::getLogger("ModbusServer");
-    return instance;
-}
 
 void requestStop(std::optional<std::jthread>& thread)
 {
@@ -108,12 +101,12 @@ void ModbusServer::stop()
     if (m_pRtu) {
         join(m_rtuThread);
         m_pRtu->close();
-        SPDLOG_LOGGER_DEBUG(logger(), "Close rtu connection");
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "Close rtu connection");
     }
     if (m_pTcp) {
         join(m_tcpThread);
         m_pTcp->close();
-        SPDLOG_LOGGER_DEBUG(logger(), "Close tcp connection");
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "Close tcp connection");
     }
 }
 

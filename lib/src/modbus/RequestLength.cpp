@@ -1,6 +1,6 @@
 #include "RequestLength.h"
 
-#include <orv/logging/Logger.h>
+#include "ServerLogger.h"
 
 #include <modbus/modbus.h>
 
@@ -79,12 +79,6 @@ std::uint8_t rtuDataSize(const std::uint8_t* frame)
     }
 }
 
-const std::shared_ptr<spdlog::logger>& logger()
-{
-    static const auto instance = orv::logging::getLogger("ModbusServer");
-    return instance;
-}
-
 } // namespace
 
 std::size_t pduLength(const std::uint8_t* pdu, std::size_t available)
@@ -118,7 +112,7 @@ std::size_t getRequestSize(const std::uint8_t* frame, std::size_t length)
     if (length <= 2) {
         return 0;
     }
-    SPDLOG_LOGGER_DEBUG(logger(), "functionCode: {}", frame[1]);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "functionCode: {}", frame[1]);
     return rtuDataSize(frame) + g_rtuFramingLength;
 }
 

@@ -1,9 +1,9 @@
 #include "RtuFrontEnd.h"
 
-#include <orv/logging/Logger.h>
 #include <orv/modbus/ModbusMap.h>
 
 #include "RequestLength.h"
+#include "ServerLogger.h"
 #include "UnitMaps.h"
 
 #include <condition_variable>
@@ -21,12 +21,6 @@ constexpr const char* g_rtuThreadName = "orv-modbus-rtu";
 constexpr std::chrono::seconds g_quietPoll{1};
 // How often a vanished device is opened again.
 constexpr std::chrono::seconds g_reopenPause{1};
-
-const std::shared_ptr<spdlog::logger>& logger()
-{
-    static const auto instance = orv::logging::getLogger("ModbusServer");
-    return instance;
-}
 
 modbus_t* openContext(const ModbusServerSettings& settings)
 {
@@ -97,7 +91,7 @@ void RtuFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
             break;
         }
     }
-    SPDLOG_LOGGER_DEBUG(logger(), "Exit handlerRtu thread");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Exit handlerRtu thread");
 }
 
 RtuFrameReader::Outcome RtuFrontEnd::awaitFrame(const std::stop_token& stopToken,
@@ -116,11 +110,11 @@ RtuFrameReader::Outcome RtuFrontEnd::awaitFrame(const std::stop_token& stopToken
 
 void RtuFrontEnd::answerFrame(const ModbusMapSettingsTable& maps, const StatisticsNotifier& statistics)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "querySize: {}", m_reader.length());
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "querySize: {}", m_reader.length());
     statistics.notify(&ModbusStatisticHandlers::onRtuRequestReceived);
     // The unit id ends the (one-byte) RTU header.
     const std::uint8_t unit = m_reader.frame()[modbus_get_header_length(m_pContext.get()) - 1];
-    SPDLOG_LOGGER_DEBUG(logger(), "deviceID: {}", unit);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "deviceID: {}", unit);
     const ModbusMapSettings* settings = settingsFor(maps, unit);
     if (settings == nullptr) {
         statistics.notify(&ModbusStatisticHandlers::onRtuBadDeviceId);
@@ -131,12 +125,12 @@ void RtuFrontEnd::answerFrame(const ModbusMapSettingsTable& maps, const Statisti
         statistics.notify(&ModbusStatisticHandlers::onRtuCrcError);
         return;
     }
-    SPDLOG_LOGGER_DEBUG(logger(), "request is valid");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "request is valid");
     statistics.notify(&ModbusStatisticHandlers::onRtuRequestAccepted);
     try {
         process(*settings, statistics);
     } catch (...) {
-        SPDLOG_LOGGER_DEBUG(logger(), "processRequest exception");
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "processRequest exception");
     }
 }
 
@@ -151,12 +145,12 @@ void RtuFrontEnd::process(const ModbusMapSettings& settings, const StatisticsNot
 
 void RtuFrontEnd::reopen(const std::stop_token& stopToken, const StatisticsNotifier& statistics)
 {
-    SPDLOG_LOGGER_WARN(logger(), "Modbus RTU device {} is gone. Reopening it every second.", m_device);
+    SPDLOG_LOGGER_WARN(serverLogger(), "Modbus RTU device {} is gone. Reopening it every second.", m_device);
     modbus_close(m_pContext.get());
     while (pauseUnlessStopped(stopToken, g_reopenPause)) {
         statistics.notify(&ModbusStatisticHandlers::onRtuLoop);
         if (modbus_connect(m_pContext.get()) != -1) {
-            SPDLOG_LOGGER_INFO(logger(), "Modbus RTU device {} is back.", m_device);
+            SPDLOG_LOGGER_INFO(serverLogger(), "Modbus RTU device {} is back.", m_device);
             return;
         }
     }

@@ -1,7 +1,8 @@
 #include <orv/modbus/SupportedMaps.h>
 
-#include <orv/logging/Logger.h>
 #include <orv/modbus/cds/CdsInBandAccessor.h>
+
+#include "ServerLogger.h"
 
 #include <stdexcept>
 
@@ -50,7 +51,7 @@ SupportedMaps::SupportedMaps()
     // leave their subscriptions, so the logging library and the data-store
     // client must outlive this instance: setting them up first makes them be
     // torn down last.
-    orv::logging::getLogger("ModbusServer");
+    serverLogger();
     cds::CdsInBandAccessor::getInstance();
 }
 

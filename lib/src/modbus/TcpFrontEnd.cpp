@@ -1,11 +1,11 @@
 #include "TcpFrontEnd.h"
 
-#include <orv/logging/Logger.h>
 #include <orv/modbus/ModbusMap.h>
 #include <orv/modbus/ModbusMapsConfiguration.h>
 
 #include "PeerAddress.h"
 #include "RequestLength.h"
+#include "ServerLogger.h"
 #include "TcpHandlerState.h"
 #include "UnitMaps.h"
 
@@ -46,12 +46,6 @@ constexpr std::chrono::milliseconds g_incompleteRequestPoll{20};
 // Without a spare descriptor a pending connection cannot even be refused;
 // the listening socket is then left alone this long between attempts.
 constexpr std::chrono::seconds g_acceptRetryPause{1};
-
-const std::shared_ptr<spdlog::logger>& logger()
-{
-    static const auto instance = orv::logging::getLogger("ModbusServer");
-    return instance;
-}
 
 // The host has no IPv6 at all, so the dual-stack socket cannot exist.
 bool isIpv6Missing(int error)
@@ -175,7 +169,7 @@ void TcpFrontEnd::close()
 
 void TcpFrontEnd::listen(const std::string& port, bool debug)
 {
-    SPDLOG_LOGGER_DEBUG(logger(), "Open the tcp port {}", port);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Open the tcp port {}", port);
     createContext(g_dualStackNode, port, debug);
     m_serverSocket = modbus_tcp_pi_listen(m_pContext.get(), g_listenBacklog);
     if (m_serverSocket == -1 && isIpv6Missing(errno)) {
@@ -200,7 +194,7 @@ void TcpFrontEnd::createContext(const char* node, const std::string& port, bool 
 {
     modbus_t* context = modbus_new_tcp_pi(node, port.c_str());
     if (context == nullptr) {
-        SPDLOG_LOGGER_ERROR(logger(), g_tcpOpenError);
+        SPDLOG_LOGGER_ERROR(serverLogger(), g_tcpOpenError);
         throw std::runtime_error(g_tcpOpenError);
     }
     m_pContext.reset(context);
@@ -237,7 +231,7 @@ void TcpFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
         closeIdleClients(state, pass.now);
         closeStalledClients(state, pass.now);
     }
-    SPDLOG_LOGGER_DEBUG(logger(), "Exit handlerTcp thread");
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "Exit handlerTcp thread");
     closeAllClients(state);
 }
 
@@ -259,7 +253,7 @@ void TcpFrontEnd::serveReadySockets(Pass& pass, const fd_set& readSockets)
     // The bound is re-read on every step: accepting and closing move it.
     for (int socket = 0; socket <= pass.state.fdMax(); ++socket) {
         if (pass.stopToken.stop_requested()) {
-            SPDLOG_LOGGER_DEBUG(logger(), "Exit handleTcp thread");
+            SPDLOG_LOGGER_DEBUG(serverLogger(), "Exit handleTcp thread");
             return;
         }
         if (!FD_ISSET(socket, &readSockets)) {
@@ -283,7 +277,7 @@ void TcpFrontEnd::acceptClient(Pass& pass)
         if (isOutOfDescriptors(errno)) {
             refuseWithoutDescriptor(pass.state, pass.now);
         } else {
-            SPDLOG_LOGGER_DEBUG(logger(), "Server accept() error");
+            SPDLOG_LOGGER_DEBUG(serverLogger(), "Server accept() error");
         }
         return;
     }
@@ -292,7 +286,7 @@ void TcpFrontEnd::acceptClient(Pass& pass)
         // select() cannot watch it, and neither can libmodbus, which selects
         // on the socket it reads.
         ::close(socket);
-        SPDLOG_LOGGER_ERROR(logger(),
+        SPDLOG_LOGGER_ERROR(serverLogger(),
                             "New Modbus TCP connection from {} refused! Socket {} is beyond the {} sockets select() "
                             "can watch.",
                             address, socket, FD_SETSIZE);
@@ -301,11 +295,11 @@ void TcpFrontEnd::acceptClient(Pass& pass)
     std::set<std::uint8_t> units = unitsAllowedFor(address, pass.maps);
     if (units.empty()) {
         ::close(socket);
-        SPDLOG_LOGGER_ERROR(logger(), "New Modbus TCP connection from {} refused! No map accessible for this IP.",
+        SPDLOG_LOGGER_ERROR(serverLogger(), "New Modbus TCP connection from {} refused! No map accessible for this IP.",
                             address);
         return;
     }
-    SPDLOG_LOGGER_DEBUG(logger(), "New Modbus TCP connection from {} accepted.", address);
+    SPDLOG_LOGGER_DEBUG(serverLogger(), "New Modbus TCP connection from {} accepted.", address);
     pass.state.admit(socket, {std::move(address), std::move(units), pass.now, std::nullopt});
     FD_SET(socket, &m_activeSockets);
 }
@@ -325,10 +319,10 @@ void TcpFrontEnd::refuseWithoutDescriptor(TcpHandlerState& state, Clock::time_po
     }
     if (socket == -1) {
         state.pauseAccepting(now + g_acceptRetryPause);
-        SPDLOG_LOGGER_ERROR(logger(), "New Modbus TCP connection refused! No file descriptor left.");
+        SPDLOG_LOGGER_ERROR(serverLogger(), "New Modbus TCP connection refused! No file descriptor left.");
         return;
     }
-    SPDLOG_LOGGER_ERROR(logger(), "New Modbus TCP connection from {} refused! No file descriptor left.",
+    SPDLOG_LOGGER_ERROR(serverLogger(), "New Modbus TCP connection from {} refused! No file descriptor left.",
                         peerAddressText(peer));
 }
 
@@ -340,7 +334,7 @@ bool TcpFrontEnd::serveClient(Pass& pass, int socket)
         return true;
     }
     if (!client.incompleteSince) {
-        SPDLOG_LOGGER_DEBUG(logger(), "We receive a request from a socket {}", socket);
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "We receive a request from a socket {}", socket);
     }
     if (arrival == RequestArrival::Partial) {
         // modbus_receive would wait for the rest with no overall limit (its
@@ -354,12 +348,12 @@ bool TcpFrontEnd::serveClient(Pass& pass, int socket)
     const int length = modbus_receive(m_pContext.get(), pass.state.query());
     if (pass.stopToken.stop_requested()) {
         // The request stays unanswered; the client is closed with the others.
-        SPDLOG_LOGGER_DEBUG(logger(), "Exit handleTcp thread");
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "Exit handleTcp thread");
         return false;
     }
     if (length == -1) {
         const std::string address = closeClient(pass.state, socket);
-        SPDLOG_LOGGER_DEBUG(logger(), "Modbus TCP connection from {} closed.", address);
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "Modbus TCP connection from {} closed.", address);
     } else if (length > 0) {
         answerRequest(pass, socket, length);
     }
@@ -377,7 +371,7 @@ void TcpFrontEnd::answerRequest(Pass& pass, int socket, int length)
     if (settings == nullptr || !client.allowedUnits.contains(unit)) {
         pass.statistics.notify(&ModbusStatisticHandlers::onTcpBadDeviceId);
         const std::string address = closeClient(pass.state, socket);
-        SPDLOG_LOGGER_ERROR(logger(), "Modbus TCP connection from {} closed due to incorrect device id access.",
+        SPDLOG_LOGGER_ERROR(serverLogger(), "Modbus TCP connection from {} closed due to incorrect device id access.",
                             address);
         return;
     }
@@ -399,7 +393,7 @@ void TcpFrontEnd::answerRequest(Pass& pass, int socket, int length)
 void TcpFrontEnd::closeIdleClients(TcpHandlerState& state, Clock::time_point now)
 {
     for (const int socket : state.socketsIdleFor(m_idleLimit, now)) {
-        SPDLOG_LOGGER_DEBUG(logger(), "Closing idle connection on socket {} from {}.", socket,
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "Closing idle connection on socket {} from {}.", socket,
                             state.find(socket)->address);
         closeClient(state, socket);
     }
@@ -409,7 +403,7 @@ void TcpFrontEnd::closeStalledClients(TcpHandlerState& state, Clock::time_point 
 {
     for (const int socket : state.socketsIncompleteFor(g_requestTimeLimit, now)) {
         const std::string address = closeClient(state, socket);
-        SPDLOG_LOGGER_DEBUG(logger(), "Modbus TCP connection from {} closed: incomplete request.", address);
+        SPDLOG_LOGGER_DEBUG(serverLogger(), "Modbus TCP connection from {} closed: incomplete request.", address);
     }
 }
 

@@ -20,9 +20,10 @@ using common::service::OperatingStatus;
 
 constexpr std::uint64_t g_unresolved = std::numeric_limits<std::uint64_t>::max();
 
-std::shared_ptr<spdlog::logger> logger()
+const std::shared_ptr<spdlog::logger>& logger()
 {
-    return logging::getLogger("powerdistribution");
+    static const auto instance = logging::getLogger("powerdistribution");
+    return instance;
 }
 
 bool isInService(OperatingStatus status)
