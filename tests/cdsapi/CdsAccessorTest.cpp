@@ -1,4 +1,5 @@
 #include "CdsapiFixture.h"
+#include "LogCapture.h"
 
 #include <cdsapi/CdsAccessor.h>
 #include <cdsapi/DataStore.h>
@@ -10,6 +11,8 @@
 #include <climits>
 #include <functional>
 #include <map>
+#include <stdexcept>
+#include <string>
 
 namespace cdsapi::test {
 namespace {
@@ -154,6 +157,23 @@ TEST_F(CdsAccessorTest, NoCallbackRunsAfterUnsubscribeReturnsEvenWithASlowCallba
     }
     settle();
     EXPECT_EQ(calls, 1);
+}
+
+TEST_F(CdsAccessorTest, ThrowingCallbackIsLoggedAtDebugLevelAndOthersAreStillNotified)
+{
+    orv::test::LogCapture log;
+    std::uint64_t failing = 0;
+    client->subscribeChannel(
+        channel, [](std::uint64_t, const zu::CValue&) { throw std::runtime_error("subscriber broke"); },
+        channel_value_update, &failing);
+    watchChannel(channel, channel_value_update);
+
+    store.setChannelCValue(channel, zu::CValue(std::uint32_t{7}));
+    const auto entries = settleEntries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].value, zu::CValue(std::uint32_t{7}));
+    EXPECT_TRUE(log.containsAt(spdlog::level::debug,
+                               "Notification of subscription " + std::to_string(failing) + " failed: subscriber broke"));
 }
 
 TEST_F(CdsAccessorTest, CallbackUnsubscribingItselfDoesNotDeadlock)

@@ -1,3 +1,4 @@
+#include "CaughtFailures.h"
 #include "CountingStatistics.h"
 #include "LogCapture.h"
 #include "PeerAddress.h"
@@ -256,9 +257,10 @@ TEST_F(ModbusServerTcpTest, StatisticsCountAScriptedSession)
     EXPECT_EQ(m_pStatistics->rtuCalls, 0);
 }
 
-TEST_F(ModbusServerTcpTest, ExceptionWhileProcessingIsDroppedAndConnectionStays)
+TEST_F(ModbusServerTcpTest, ExceptionWhileProcessingIsDroppedCountedAndConnectionStays)
 {
     startWithUnitOne();
+    const auto failuresBefore = CaughtFailures::counted();
     std::atomic<bool> fail{true};
     m_pMap->setBeforeReply([&fail] {
         if (fail.exchange(false)) {
@@ -278,6 +280,9 @@ TEST_F(ModbusServerTcpTest, ExceptionWhileProcessingIsDroppedAndConnectionStays)
     EXPECT_EQ(m_pStatistics->tcpRequestAccepted, 2);
     EXPECT_EQ(m_pStatistics->tcpRequestRefused, 0);
     EXPECT_EQ(threadsNamed(g_tcpThreadName), 1);
+    // Counted, but the serial line's log line stays its own.
+    EXPECT_EQ(CaughtFailures::counted(), failuresBefore + 1);
+    EXPECT_FALSE(m_log.contains("processRequest exception"));
 }
 
 // The time left until `deadline`, within [1 ms, `most`].

@@ -290,14 +290,16 @@ public:
     void onTcpRequestProcessed() override { throw std::runtime_error("counter broken"); }
 };
 
-TEST(ModbusServerTest, ThrowingStatisticsDoNotDisturbServing)
+TEST(ModbusServerTest, ThrowingStatisticsDoNotDisturbServingAndAreLoggedAtDebugLevel)
 {
+    LogCapture log;
     std::uint16_t port = 0;
     auto server = makeTcpServer(port, std::make_shared<ThrowingStatistics>());
     server->run(servingUnitOne(makeSpyMap()));
     ModbusTcpClient client("127.0.0.1", port, 1);
     EXPECT_EQ(client.readHolding(0, 2), (std::vector<std::uint16_t>{11, 12}));
     EXPECT_EQ(client.readHolding(10, 1), (std::vector<std::uint16_t>{100}));
+    EXPECT_TRUE(log.waitForAt(spdlog::level::debug, "A statistic handler failed: counter broken"));
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <orv/modbus/cds/CdsInBandAccessor.h>
 #include <orv/modbus/cds/SubscriptionBook.h>
 
+#include "CaughtFailures.h"
 #include "ServerLogger.h"
 
 #include <exception>
@@ -51,12 +52,13 @@ cdsapi::InBandAccessor& inBand()
 
 // Nothing escapes into the data store's notification thread: a notification
 // for an object nobody watches any more (std::out_of_range) or a failing
-// re-detection is simply over.
+// re-detection is logged at debug level and over.
 void dispatch(Handler handler, std::uint64_t objectId) noexcept
 {
     try {
         handler(objectId);
     } catch (...) {
+        CaughtFailures::log("A data-store notification", ORV_SOURCE_HERE);
     }
 }
 
@@ -152,6 +154,7 @@ CdsChannelAccessor::~CdsChannelAccessor()
         }
     } catch (...) {
         // Nothing may leave a destructor.
+        CaughtFailures::log("Leaving the subscriptions of a channel accessor", ORV_SOURCE_HERE);
     }
 }
 
@@ -393,6 +396,7 @@ void CdsChannelAccessor::watchDeviceCreation()
         subscribeDeviceCreation(m_deviceId, this);
     } catch (const std::exception&) {
         // Still not found; a later notification retries.
+        CaughtFailures::log("Watching for the creation of a device", ORV_SOURCE_HERE);
     }
 }
 

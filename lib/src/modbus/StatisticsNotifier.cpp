@@ -1,5 +1,7 @@
 #include "StatisticsNotifier.h"
 
+#include "CaughtFailures.h"
+
 #include <utility>
 
 namespace orv::modbus {
@@ -18,6 +20,7 @@ void StatisticsNotifier::notify(void (ModbusStatisticHandlers::*event)()) const
         (m_pHandlers.get()->*event)();
     } catch (...) {
         // Counting must never cost a client its answer.
+        CaughtFailures::log("A statistic handler", ORV_SOURCE_HERE);
     }
 }
 

@@ -12,7 +12,8 @@ public:
     explicit StatisticsNotifier(std::shared_ptr<ModbusStatisticHandlers> handlers);
 
     // Calls one statistic operation when handlers are set. A handler that
-    // throws is ignored: counting must never cost a client its answer.
+    // throws is logged at debug level and otherwise ignored: counting must
+    // never cost a client its answer.
     void notify(void (ModbusStatisticHandlers::*event)()) const;
 
 private:

@@ -5,6 +5,7 @@
 
 #include "PeerAddress.h"
 #include "RequestLength.h"
+#include "CaughtFailures.h"
 #include "ServerLogger.h"
 #include "TcpHandlerState.h"
 #include "UnitMaps.h"
@@ -383,7 +384,9 @@ void TcpFrontEnd::answerRequest(Pass& pass, int socket, int length)
                                                   settings->readOnly, settings->addressShift);
     } catch (...) {
         // One failing request costs neither the connection nor the thread;
-        // the client sees a response timeout.
+        // the client sees a response timeout. Unlike the serial line, this
+        // handler keeps the log quiet about it and only counts it.
+        CaughtFailures::count();
         return;
     }
     pass.statistics.notify(processed ? &ModbusStatisticHandlers::onTcpRequestProcessed

@@ -1,5 +1,9 @@
 #include "ClientConnection.h"
 
+#include <orv/logging/Logger.h>
+
+#include <exception>
+
 #include <pthread.h>
 
 namespace cdsapi {
@@ -9,6 +13,14 @@ namespace {
 std::string threadName(const std::string& clientName)
 {
     return ("cds:" + clientName).substr(0, 15);
+}
+
+// A subscriber's failure is the subscriber's business; the data store only
+// leaves a trace of it at debug level.
+void logFailedDelivery(std::uint64_t subscriptionId, const char* reason)
+{
+    SPDLOG_LOGGER_DEBUG(orv::logging::getLogger("cdsapi"), "Notification of subscription {} failed: {}",
+                        subscriptionId, reason);
 }
 
 } // namespace
@@ -107,9 +119,12 @@ void ClientConnection::run()
         lock.unlock();
         try {
             (*delivery)(pending.event);
-        } catch (...) {
+        } catch (const std::exception& error) {
             // A failing subscriber must not stop the notifications of the
-            // others; there is nobody to report it to.
+            // others.
+            logFailedDelivery(pending.subscriptionId, error.what());
+        } catch (...) {
+            logFailedDelivery(pending.subscriptionId, "unknown error");
         }
         delivery.reset();
         lock.lock();

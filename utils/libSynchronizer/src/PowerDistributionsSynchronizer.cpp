@@ -4,6 +4,8 @@
 #include <orv/common/lwjson/Deserializer.h>
 #include <orv/logging/Logger.h>
 
+#include "CaughtFailures.h"
+
 #include <chrono>
 #include <exception>
 #include <fstream>
@@ -79,6 +81,7 @@ OperatingStatus PowerDistributionsSynchronizer::getPowerDistributionStatus()
         try {
             status = static_cast<OperatingStatus>(m_client.getChannelCValue(m_channelId).as_uint32());
         } catch (const std::exception&) {
+            modbus::CaughtFailures::log(logger(), "Reading the power-distribution status", ORV_SOURCE_HERE);
             m_channelId = g_unresolved;
         }
     }
