@@ -3,13 +3,13 @@
 // write to the data store and back, and from a driver's change to a client's
 // read.
 #include "CdsStoreTest.h"
+#include "RegisterWords.h"
 #include "ServedMap.h"
 
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/ModbusMap.h>
 #include <orv/modbus/cds/CdsChannelAccessor.h>
 #include <orv/modbus/cds/CdsFloatAccessor.h>
-#include <orv/modbus/cds/RegisterWords.h>
 
 #include <gtest/gtest.h>
 

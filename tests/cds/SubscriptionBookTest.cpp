@@ -1,4 +1,4 @@
-#include <orv/modbus/cds/SubscriptionBook.h>
+#include "SubscriptionBook.h"
 
 #include <gtest/gtest.h>
 

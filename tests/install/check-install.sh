@@ -14,6 +14,15 @@ soname=$(readelf -d "$prefix/lib/liborv-gw-modbus.so.2.0.0" 2>/dev/null \
 grep -q 'Library soname: \[liborv-gw-modbus.so.2\]' <<<"$soname" \
   || { echo "soname liborv-gw-modbus.so.2 missing"; exit 1; }
 
+echo "== installed headers include only installed headers"
+# A header moved out of the public set must leave no installed header
+# that still includes it.
+include=$prefix/include
+missing=$(grep -rhoE '#include ("[^"]+"|<(orv|cdsapi|zu)/[^>]+>)' "$include" \
+  | sed -E 's/#include [<"](.*)[>"]/\1/' | sort -u \
+  | while read -r header; do [ -f "$include/$header" ] || echo "$header"; done)
+[ -z "$missing" ] || { echo "installed headers include headers that are not installed:"; echo "$missing"; exit 1; }
+
 libdir=$(dirname "$(find "$prefix" -name 'liborv-gw-modbus.so.2.0.0' | head -n 1)")
 
 echo "== find_package"

@@ -1,10 +1,10 @@
 #include <orv/modbus/cds/CdsChannelAccessor.h>
 
 #include <orv/modbus/cds/CdsInBandAccessor.h>
-#include <orv/modbus/cds/SubscriptionBook.h>
 
 #include "CaughtFailures.h"
 #include "ServerLogger.h"
+#include "SubscriptionBook.h"
 
 #include <exception>
 #include <limits>

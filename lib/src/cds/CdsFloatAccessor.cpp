@@ -1,6 +1,6 @@
 #include <orv/modbus/cds/CdsFloatAccessor.h>
 
-#include <orv/modbus/cds/RegisterWords.h>
+#include "RegisterWords.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #include <orv/modbus/cds/CdsFloatToOneRegisterAccessor.h>
 
-#include <orv/modbus/cds/SaturatingCast.h>
+#include "SaturatingCast.h"
 
 #include <algorithm>
 #include <cmath>

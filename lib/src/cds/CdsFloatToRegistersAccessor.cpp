@@ -1,7 +1,7 @@
 #include <orv/modbus/cds/CdsFloatToRegistersAccessor.h>
 
-#include <orv/modbus/cds/RegisterWords.h>
-#include <orv/modbus/cds/SaturatingCast.h>
+#include "RegisterWords.h"
+#include "SaturatingCast.h"
 
 #include <utility>
 

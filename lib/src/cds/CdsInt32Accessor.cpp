@@ -1,6 +1,6 @@
 #include <orv/modbus/cds/CdsInt32Accessor.h>
 
-#include <orv/modbus/cds/RegisterWords.h>
+#include "RegisterWords.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #include <orv/modbus/cds/CdsUint32ToOneRegisterAccessor.h>
 
-#include <orv/modbus/cds/SaturatingCast.h>
+#include "SaturatingCast.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include <orv/modbus/cds/RegisterWords.h>
+#include "RegisterWords.h"
 
 #include <bit>
 

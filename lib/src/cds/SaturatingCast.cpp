@@ -1,4 +1,4 @@
-#include <orv/modbus/cds/SaturatingCast.h>
+#include "SaturatingCast.h"
 
 #include <cmath>
 #include <limits>

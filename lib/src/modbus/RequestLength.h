@@ -23,12 +23,7 @@ std::size_t pduLength(const std::uint8_t* pdu, std::size_t available);
 // largest frame ends after its fields: libmodbus refuses it there.
 std::size_t tcpRequestLength(const std::uint8_t* bytes, std::size_t available);
 
-// The frame length the serial handler insists on for a request of `length`
-// bytes at `frame` (unit id first, CRC last), by its function code. Its
-// table keeps rows that differ from the protocol (diagnostics expects 6
-// bytes, codes without a row 3), so that such frames are dropped as they
-// always were. 0 for a frame of 2 bytes or fewer.
-std::size_t getRequestSize(const std::uint8_t* frame, std::size_t length);
+// The serial handler's own length check is ModbusRtuRequestHandler.
 
 // The starting address and the quantity fields of a read or a write of
 // many values, and the address (and value) of a single write.

@@ -1,8 +1,8 @@
 #include "RtuFrontEnd.h"
 
 #include <orv/modbus/ModbusMap.h>
+#include <orv/modbus/ModbusRtuRequestHandler.h>
 
-#include "RequestLength.h"
 #include "ServerLogger.h"
 #include "UnitMaps.h"
 
@@ -120,7 +120,7 @@ void RtuFrontEnd::answerFrame(const ModbusMapSettingsTable& maps, const Statisti
         statistics.notify(&ModbusStatisticHandlers::onRtuBadDeviceId);
         return;
     }
-    if (getRequestSize(m_reader.frame(), m_reader.length()) != m_reader.length()) {
+    if (ModbusRtuRequestHandler::getRequestSize(m_reader.frame(), m_reader.length()) != m_reader.length()) {
         // A frame of the wrong length counts as a checksum error.
         statistics.notify(&ModbusStatisticHandlers::onRtuCrcError);
         return;

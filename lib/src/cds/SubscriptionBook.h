@@ -2,6 +2,8 @@
 
 #include <orv/modbus/cds/CdsInBandAccessor.h>
 
+#include "CaughtFailures.h"
+
 #include <cstdint>
 #include <exception>
 #include <map>
@@ -129,6 +131,7 @@ public:
             CdsInBandAccessor::getInstance().unsubscribe(subscriptionId);
         } catch (const std::exception&) {
             // The subscription is gone either way.
+            CaughtFailures::log("Releasing a data-store subscription", ORV_SOURCE_HERE);
         }
     }
 
