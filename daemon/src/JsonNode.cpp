@@ -163,6 +163,12 @@ std::string JsonNode::text() const
     return m_value.get<std::string>();
 }
 
+std::filesystem::path JsonNode::pathFrom(const std::filesystem::path& base) const
+{
+    const std::filesystem::path given(text());
+    return given.is_absolute() ? given : base / given;
+}
+
 bool JsonNode::booleanOr(const std::string& key, bool fallback) const
 {
     const auto node = optionalMember(key);

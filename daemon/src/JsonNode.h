@@ -32,6 +32,8 @@ public:
     std::int64_t integer(std::int64_t minimum, std::int64_t maximum) const;
     double number() const;
     std::string text() const;
+    // A text naming a file; a relative one is taken from `base`.
+    std::filesystem::path pathFrom(const std::filesystem::path& base) const;
 
     bool booleanOr(const std::string& key, bool fallback) const;
     std::int64_t integerOr(const std::string& key, std::int64_t minimum, std::int64_t maximum,
