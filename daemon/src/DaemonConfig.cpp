@@ -1,6 +1,6 @@
 #include "DaemonConfig.h"
 
-#include "JsonNode.h"
+#include <orv/common/json/JsonNode.h>
 
 #include <orv/modbus/ModbusDefaultSettings.h>
 
@@ -11,6 +11,8 @@
 
 namespace orv::modbusd {
 namespace {
+
+using common::JsonNode;
 
 constexpr std::int64_t g_maxUnitId = 247;
 constexpr std::int64_t g_defaultTcpPort = 1502;

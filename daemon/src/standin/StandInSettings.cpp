@@ -1,9 +1,11 @@
 #include "StandInSettings.h"
 
-#include "../JsonNode.h"
+#include <orv/common/json/JsonNode.h>
 
 namespace orv::modbusd {
 namespace {
+
+using common::JsonNode;
 
 SimulatorSettings readSimulator(const JsonNode& simulator)
 {
@@ -30,7 +32,7 @@ SimulatorSettings readSimulator(const JsonNode& simulator)
 
 } // namespace
 
-StandInSettings StandInSettings::read(const JsonNode& dataStore, const std::filesystem::path& base)
+StandInSettings StandInSettings::read(const common::JsonNode& dataStore, const std::filesystem::path& base)
 {
     dataStore.expectOnlyKeys({"seedFile", "simulator"});
     StandInSettings result;

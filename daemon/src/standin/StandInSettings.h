@@ -9,9 +9,11 @@
 #include <string>
 #include <vector>
 
-namespace orv::modbusd {
-
+namespace orv::common {
 class JsonNode;
+}
+
+namespace orv::modbusd {
 
 struct SimulatedChannel {
     std::string device;
@@ -40,7 +42,7 @@ struct StandInSettings {
 
     // Reads the "dataStore" object; relative seed paths are taken from
     // `base`. Throws as JsonNode does, naming file and key.
-    static StandInSettings read(const JsonNode& dataStore, const std::filesystem::path& base);
+    static StandInSettings read(const common::JsonNode& dataStore, const std::filesystem::path& base);
 };
 
 } // namespace orv::modbusd
