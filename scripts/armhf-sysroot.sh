@@ -13,7 +13,7 @@ packages=(
   libfmt9 libfmt-dev libspdlog1.10 libspdlog-dev
   libsystemd0 libsystemd-dev libcap2 libgcrypt20 libgpg-error0 liblz4-1 liblzma5 libzstd1
   libgtest-dev libgmock-dev googletest
-  libboost1.74-dev nlohmann-json3-dev
+  libboost1.74-dev nlohmann-json3-dev libcli11-dev
 )
 
 if [ -f "$sysroot/.complete" ]; then

@@ -9,7 +9,7 @@ packages=(
   libmodbus-dev libcxxtools-dev libspdlog-dev libfmt-dev libboost-dev
   nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
   mbpoll socat python3-pymodbus python3-serial python3-serial-asyncio
-  libsystemd-dev systemd man-db groff-base lintian
+  libsystemd-dev systemd man-db groff-base lintian libcli11-dev
 )
 
 missing=()

@@ -2,133 +2,96 @@
 
 #include <orv/logging/Logger.h>
 
-#include <charconv>
-#include <stdexcept>
-#include <string_view>
+#include <CLI/CLI.hpp>
+
+#include <ostream>
+
+#ifndef ORV_VERSION
+#define ORV_VERSION "unknown"
+#endif
 
 namespace orv::modbusd {
 namespace {
 
-std::uint32_t parsePort(std::string_view text)
+const std::string program = "orv-gw-modbusd";
+
+// Names as the log level's environment variable takes them, in any case.
+CLI::Validator logLevelName()
 {
-    std::uint32_t port = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    if (error != std::errc() || end != text.data() + text.size() || port == 0 || port > 65535) {
-        throw std::invalid_argument("--tcp-port takes a port number from 1 to 65535, not \"" + std::string(text)
-                                    + "\"");
-    }
-    return port;
+    return CLI::Validator(
+        [](const std::string& text) {
+            return logging::levelFromName(text) ? std::string()
+                                                : text + " is not one of trace, debug, info, warning, error, "
+                                                         "critical or off";
+        },
+        "");
 }
 
-spdlog::level::level_enum parseLevel(const std::string& text)
+// What the command line gives before it becomes a CommandLine.
+struct Given {
+    std::string logLevel;
+    std::string format = "csv";
+    bool checkConfig = false;
+};
+
+// Declares every option on `app`, storing into `line` or `given`.
+void declareOptions(CLI::App& app, CommandLine& line, Given& given)
 {
-    const auto level = logging::levelFromName(text);
-    if (!level) {
-        throw std::invalid_argument("--log-level takes trace, debug, info, warning, error, critical or off, not \""
-                                    + text + "\"");
-    }
-    return *level;
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    app.set_version_flag("--version", program + " " + ORV_VERSION, "Print the version and exit");
+    app.add_option("--config", line.config, "The daemon's JSON configuration")->type_name("FILE")->required();
+    app.add_option("--defaults", line.defaults,
+                   "Factory defaults and allowed serial settings (instead of the configuration's \"defaultsFile\")")
+        ->type_name("FILE");
+    auto* exportOption
+        = app.add_option("--export", line.exportMap, "Print the addresses and current values of a map, open no port")
+              ->type_name("MAP");
+    app.add_flag("--one-based", line.exportOneBased, "Export 1-based addresses")->needs(exportOption);
+    app.add_option("--format", given.format, "Export as csv (the default) or markdown")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"csv", "markdown"}))
+        ->needs(exportOption);
+    app.add_option("--tcp-port", line.tcpPort, "Listen on TCP port N instead of the configured one")
+        ->type_name("N")
+        ->check(CLI::Range(1, 65535));
+    app.add_option("--log-level", given.logLevel, "trace, debug, info, warning, error, critical or off")
+        ->type_name("LEVEL")
+        ->check(logLevelName());
+    app.add_flag("--modbus-debug", line.modbusDebug, "Print libmodbus's frame-level debug output");
+    app.add_flag("--check-config", given.checkConfig,
+                 "Check the configuration, plug-ins and seed as a start would, print "
+                 "\"configuration OK\" or the error, and exit")
+        ->excludes(exportOption);
 }
 
-// The value of an option given as "--name value" or "--name=value".
-std::string optionValue(std::string_view argument, std::string_view name, int& index, int argc, char** argv)
+CommandLine::Action actionOf(const CLI::App& app, const Given& given)
 {
-    if (argument.size() > name.size()) {
-        return std::string(argument.substr(name.size() + 1));
+    if (app.count("--export") > 0) {
+        return CommandLine::Action::Export;
     }
-    if (index + 1 >= argc) {
-        throw std::invalid_argument(std::string(name) + " needs a value");
-    }
-    return argv[++index];
-}
-
-CommandLine::ExportFormat parseFormat(const std::string& text)
-{
-    if (text == "csv") {
-        return CommandLine::ExportFormat::Csv;
-    }
-    if (text == "markdown") {
-        return CommandLine::ExportFormat::Markdown;
-    }
-    throw std::invalid_argument("--format takes csv or markdown, not \"" + text + "\"");
-}
-
-bool isOption(std::string_view argument, std::string_view name)
-{
-    return argument == name || (argument.starts_with(name) && argument[name.size()] == '=');
+    return given.checkConfig ? CommandLine::Action::CheckConfig : CommandLine::Action::Run;
 }
 
 } // namespace
 
-CommandLine CommandLine::parse(int argc, char** argv)
+std::variant<CommandLine, int> CommandLine::parse(int argc, char** argv, std::ostream& out, std::ostream& err)
 {
-    CommandLine result;
-    bool haveConfig = false;
-    bool haveExportOption = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view argument = argv[i];
-        if (argument == "--help" || argument == "-h") {
-            result.action = Action::Help;
-            return result;
-        }
-        if (argument == "--version") {
-            result.action = Action::Version;
-            return result;
-        }
-        if (argument == "--modbus-debug") {
-            result.modbusDebug = true;
-        } else if (argument == "--check-config") {
-            result.action = Action::CheckConfig;
-        } else if (argument == "--one-based") {
-            result.exportOneBased = true;
-            haveExportOption = true;
-        } else if (isOption(argument, "--format")) {
-            result.exportFormat = parseFormat(optionValue(argument, "--format", i, argc, argv));
-            haveExportOption = true;
-        } else if (isOption(argument, "--export")) {
-            result.exportMap = optionValue(argument, "--export", i, argc, argv);
-            result.action = Action::Export;
-        } else if (isOption(argument, "--defaults")) {
-            result.defaults = optionValue(argument, "--defaults", i, argc, argv);
-        } else if (isOption(argument, "--config")) {
-            result.config = optionValue(argument, "--config", i, argc, argv);
-            haveConfig = true;
-        } else if (isOption(argument, "--tcp-port")) {
-            result.tcpPort = parsePort(optionValue(argument, "--tcp-port", i, argc, argv));
-        } else if (isOption(argument, "--log-level")) {
-            result.logLevel = parseLevel(optionValue(argument, "--log-level", i, argc, argv));
-        } else {
-            throw std::invalid_argument("unknown argument \"" + std::string(argument) + "\"");
-        }
+    CLI::App app("Serves the gateway's data store to Modbus TCP clients and Modbus RTU masters.", program);
+    CommandLine line;
+    Given given;
+    declareOptions(app, line, given);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const int status = app.exit(error, out, err);
+        return status == 0 ? 0 : usageError;
     }
-    if (!haveConfig) {
-        throw std::invalid_argument("--config FILE is required");
+    line.action = actionOf(app, given);
+    if (!given.logLevel.empty()) {
+        line.logLevel = logging::levelFromName(given.logLevel);
     }
-    if (haveExportOption && result.action != Action::Export) {
-        throw std::invalid_argument("--one-based and --format apply to --export MAP only");
-    }
-    return result;
-}
-
-std::string CommandLine::usage(const std::string& program)
-{
-    return "Usage: " + program + " --config FILE [options]\n"
-           "       " + program + " --config FILE --export MAP [--one-based] [--format csv|markdown]\n"
-           "Serves the gateway's data store to Modbus TCP clients and Modbus RTU masters.\n"
-           "\n"
-           "  --config FILE       the daemon's JSON configuration\n"
-           "  --defaults FILE     factory defaults and allowed serial settings (instead of\n"
-           "                      the configuration's \"defaultsFile\")\n"
-           "  --export MAP        print the addresses and current values of a map, open no port\n"
-           "  --one-based         export 1-based addresses\n"
-           "  --format FORMAT     export as csv (the default) or markdown\n"
-           "  --tcp-port N        listen on TCP port N instead of the configured one\n"
-           "  --log-level LEVEL   trace, debug, info, warning, error, critical or off\n"
-           "  --modbus-debug      print libmodbus's frame-level debug output\n"
-           "  --check-config      check the configuration, plug-ins and seed as a start\n"
-           "                      would, print \"configuration OK\" or the error, and exit\n"
-           "  --help              print this text and exit\n"
-           "  --version           print the version and exit\n";
+    line.exportFormat = given.format == "markdown" ? ExportFormat::Markdown : ExportFormat::Csv;
+    return line;
 }
 
 } // namespace orv::modbusd

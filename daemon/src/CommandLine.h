@@ -3,15 +3,17 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <iosfwd>
 #include <optional>
 #include <string>
+#include <variant>
 
 #include <spdlog/common.h>
 
 namespace orv::modbusd {
 
 struct CommandLine {
-    enum class Action { Run, CheckConfig, Export, Help, Version };
+    enum class Action { Run, CheckConfig, Export };
     enum class ExportFormat { Csv, Markdown };
 
     Action action = Action::Run;
@@ -26,11 +28,14 @@ struct CommandLine {
     bool exportOneBased = false;
     ExportFormat exportFormat = ExportFormat::Csv;
 
-    // Throws std::invalid_argument with a message for the user on a bad
-    // command line.
-    static CommandLine parse(int argc, char** argv);
+    // The status a wrong command line exits with.
+    static constexpr int usageError = 2;
 
-    static std::string usage(const std::string& program);
+    // Answers the command line to act on, or the status to exit with when
+    // there is nothing more to do: --help and --version print to `out` and
+    // answer 0; a wrong command line is explained on `err` and answers
+    // usageError.
+    static std::variant<CommandLine, int> parse(int argc, char** argv, std::ostream& out, std::ostream& err);
 };
 
 } // namespace orv::modbusd

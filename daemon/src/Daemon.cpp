@@ -4,7 +4,6 @@
 #include "ServiceNotifier.h"
 #include "WatchedCounters.h"
 
-#include <cdsapi/DataStore.h>
 #include <orv/logging/Logger.h>
 #include <orv/modbus/ModbusMapSettings.h>
 #include <orv/modbus/ModbusServer.h>
@@ -14,7 +13,6 @@
 #include <ctime>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <regex>
 
 namespace orv::modbusd {
@@ -44,38 +42,40 @@ std::shared_ptr<modbus::ModbusMapSettings> makeSettings(const UnitAssignment& un
                                                        patterns);
 }
 
+// Every thread started after this inherits the blocked stop signals, so that
+// only waitForStopSignal receives them.
+sigset_t blockStopSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
 } // namespace
 
 Daemon::Daemon(const CommandLine& commandLine)
     : m_commandLine(commandLine)
     , m_config(DaemonConfig::load(commandLine.config, commandLine.defaults))
+    , m_stopSignals(blockStopSignals())
+    , m_standIn(m_config.dataStore, commandLine.config)
 {
     if (m_commandLine.tcpPort) {
         m_config.server.tcpPort = *m_commandLine.tcpPort;
     }
-    // Every thread started from here on inherits the blocked stop signals,
-    // so that only waitForStopSignal receives them.
-    sigemptyset(&m_stopSignals);
-    sigaddset(&m_stopSignals, SIGINT);
-    sigaddset(&m_stopSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &m_stopSignals, nullptr);
-
-    if (m_config.seedFile) {
-        cdsapi::DataStore::instance().loadSeedFile(m_config.seedFile->string());
-    }
     loadMaps(m_config);
 }
 
-void Daemon::check() const
+void Daemon::check()
 {
-    std::optional<Simulator> simulator;
-    startSimulator(simulator);
+    m_standIn.start();
 }
 
 int Daemon::run()
 {
-    std::optional<Simulator> simulator;
-    startSimulator(simulator);
+    m_standIn.start();
     ServiceNotifier notifier;
     auto counters = std::make_shared<WatchedCounters>(notifier);
     modbus::ModbusServer server(m_config.server, counters, m_commandLine.modbusDebug);
@@ -114,20 +114,6 @@ int Daemon::exportMap(std::ostream& out, std::ostream& err) const
     err << "orv-gw-modbusd: no map \"" << m_commandLine.exportMap << "\" in " << m_commandLine.config.string()
         << "; its maps are: " << known << "\n";
     return 1;
-}
-
-// The simulator looks its channels up in the loaded store, so a channel the
-// seed lacks is only found here; it is still reported against the file.
-void Daemon::startSimulator(std::optional<Simulator>& simulator) const
-{
-    if (!m_config.simulator.enabled) {
-        return;
-    }
-    try {
-        simulator.emplace(m_config.simulator);
-    } catch (const std::exception& error) {
-        throw std::runtime_error(m_commandLine.config.string() + ": /dataStore/simulator/channels: " + error.what());
-    }
 }
 
 modbus::ModbusMapsConfiguration Daemon::buildMapsConfiguration() const

@@ -5,13 +5,12 @@
 
 #include "CommandLine.h"
 #include "DaemonConfig.h"
-#include "Simulator.h"
+#include "standin/StandInPlatform.h"
 
 #include <orv/modbus/ModbusMapsConfiguration.h>
 
 #include <csignal>
 #include <iosfwd>
-#include <optional>
 
 namespace orv::modbusd {
 
@@ -23,7 +22,7 @@ public:
 
     // What only starting finds out beyond the constructor's checks (the
     // simulated channels in the loaded store), without opening a port.
-    void check() const;
+    void check();
 
     // Serves until SIGINT or SIGTERM; returns the exit status.
     int run();
@@ -34,13 +33,14 @@ public:
     int exportMap(std::ostream& out, std::ostream& err) const;
 
 private:
-    void startSimulator(std::optional<Simulator>& simulator) const;
     modbus::ModbusMapsConfiguration buildMapsConfiguration() const;
     void waitForStopSignal(const std::function<void()>& everyInterval) const;
 
     CommandLine m_commandLine;
     DaemonConfig m_config;
-    sigset_t m_stopSignals{};
+    sigset_t m_stopSignals;
+    // After m_stopSignals: any thread it starts must have them blocked.
+    StandInPlatform m_standIn;
 };
 
 } // namespace orv::modbusd

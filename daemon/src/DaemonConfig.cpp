@@ -1,6 +1,6 @@
 #include "DaemonConfig.h"
 
-#include "JsonNode.h"
+#include <orv/common/json/JsonNode.h>
 
 #include <orv/modbus/ModbusDefaultSettings.h>
 
@@ -12,14 +12,10 @@
 namespace orv::modbusd {
 namespace {
 
+using common::JsonNode;
+
 constexpr std::int64_t g_maxUnitId = 247;
 constexpr std::int64_t g_defaultTcpPort = 1502;
-
-std::filesystem::path resolve(const std::filesystem::path& base, const std::string& path)
-{
-    const std::filesystem::path given(path);
-    return given.is_absolute() ? given : base / given;
-}
 
 // What a factory-defaults file says about one serial setting.
 struct FactorySetting {
@@ -121,7 +117,7 @@ std::vector<MapPlugin> readMaps(const JsonNode& maps, const std::filesystem::pat
     std::set<std::string> ids;
     for (const JsonNode& map : maps.elements()) {
         map.expectOnlyKeys({"id", "plugin"});
-        MapPlugin plugin{map.member("id").text(), resolve(base, map.member("plugin").text())};
+        MapPlugin plugin{map.member("id").text(), map.member("plugin").pathFrom(base)};
         if (!ids.insert(plugin.id).second) {
             map.member("id").fail("map \"" + plugin.id + "\" is defined twice");
         }
@@ -205,29 +201,6 @@ void checkSomethingIsServed(const JsonNode& root, const DaemonConfig& config)
     }
 }
 
-SimulatorSettings readSimulator(const JsonNode& simulator)
-{
-    simulator.expectOnlyKeys({"enabled", "periodMs", "channels", "powerDistribution"});
-    SimulatorSettings result;
-    result.enabled = simulator.booleanOr("enabled", false);
-    result.period = std::chrono::milliseconds(simulator.integerOr("periodMs", 10, 3'600'000, 1000));
-    if (const auto channels = simulator.optionalMember("channels")) {
-        for (const JsonNode& channel : channels->elements()) {
-            channel.expectOnlyKeys({"device", "channel", "min", "max"});
-            result.channels.push_back({channel.member("device").text(), channel.member("channel").text(),
-                                       static_cast<float>(channel.member("min").number()),
-                                       static_cast<float>(channel.member("max").number())});
-        }
-    }
-    if (const auto service = simulator.optionalMember("powerDistribution")) {
-        service->expectOnlyKeys({"device", "inServiceAfterMs"});
-        result.powerDistribution = SimulatedService{
-            service->member("device").text(),
-            std::chrono::milliseconds(service->integerOr("inServiceAfterMs", 0, 86'400'000, 20'000))};
-    }
-    return result;
-}
-
 // The option wins over the file's own "defaultsFile"; a file that cannot be
 // used stops everything here, before any port is opened.
 std::optional<modbus::ModbusDefaultSettings> readDefaults(const JsonNode& root, const std::filesystem::path& base,
@@ -235,7 +208,7 @@ std::optional<modbus::ModbusDefaultSettings> readDefaults(const JsonNode& root, 
 {
     if (!path) {
         if (const auto named = root.optionalMember("defaultsFile")) {
-            path = resolve(base, named->text());
+            path = named->pathFrom(base);
         }
     }
     if (!path) {
@@ -267,18 +240,12 @@ DaemonConfig DaemonConfig::load(const std::filesystem::path& file,
     readTcp(server.optionalMember("tcp"), config.server, defaults);
     readRtu(server.optionalMember("rtu"), server, config.server, defaults);
     const auto pluginDirectory = root.optionalMember("pluginDirectory");
-    config.maps = readMaps(root.member("maps"), pluginDirectory ? resolve(base, pluginDirectory->text()) : base);
+    config.maps = readMaps(root.member("maps"), pluginDirectory ? pluginDirectory->pathFrom(base) : base);
     config.tcpUnits = readUnits(root.optionalMember("tcpUnits"), config.maps, true);
     config.rtuUnits = readUnits(root.optionalMember("rtuUnits"), config.maps, false);
     checkSomethingIsServed(root, config);
     if (const auto dataStore = root.optionalMember("dataStore")) {
-        dataStore->expectOnlyKeys({"seedFile", "simulator"});
-        if (const auto seed = dataStore->optionalMember("seedFile")) {
-            config.seedFile = resolve(base, seed->text());
-        }
-        if (const auto simulator = dataStore->optionalMember("simulator")) {
-            config.simulator = readSimulator(*simulator);
-        }
+        config.dataStore = StandInSettings::read(*dataStore, base);
     }
     config.statisticsInterval = std::chrono::seconds(root.integerOr("statisticsIntervalSeconds", 1, 86400, 60));
     return config;

@@ -3,6 +3,8 @@
 // before anything is opened, so that a bad file costs nothing but an error
 // message naming the file and the JSON path at fault.
 
+#include "standin/StandInSettings.h"
+
 #include <orv/modbus/ModbusServerSettings.h>
 
 #include <chrono>
@@ -29,34 +31,13 @@ struct UnitAssignment {
     std::vector<std::string> allowedAddresses;
 };
 
-struct SimulatedChannel {
-    std::string device;
-    std::string channel;
-    float minimum = 0.0f;
-    float maximum = 0.0f;
-};
-
-// A service the simulator brings into service some time after start, by
-// setting its operating-status channel to Running.
-struct SimulatedService {
-    std::string device;
-    std::chrono::milliseconds inServiceAfter{20000};
-};
-
-struct SimulatorSettings {
-    bool enabled = false;
-    std::chrono::milliseconds period{1000};
-    std::vector<SimulatedChannel> channels;
-    std::optional<SimulatedService> powerDistribution;
-};
-
 struct DaemonConfig {
     modbus::ModbusServerSettings server;
     std::vector<MapPlugin> maps;
     std::vector<UnitAssignment> tcpUnits;
     std::vector<UnitAssignment> rtuUnits;
-    std::optional<std::filesystem::path> seedFile;
-    SimulatorSettings simulator;
+    // What the stand-in platform is given; see standin/StandInPlatform.h.
+    StandInSettings dataStore;
     std::chrono::seconds statisticsInterval{60};
     // The factory-defaults file, when one is named: it fills the server
     // settings the file leaves out and bounds the serial settings it gives.

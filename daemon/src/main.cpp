@@ -5,29 +5,15 @@
 
 #include <iostream>
 
-#ifndef ORV_VERSION
-#define ORV_VERSION "unknown"
-#endif
-
 int main(int argc, char** argv)
 {
     using orv::modbusd::CommandLine;
     const std::string program = "orv-gw-modbusd";
-    CommandLine commandLine;
-    try {
-        commandLine = CommandLine::parse(argc, argv);
-    } catch (const std::invalid_argument& error) {
-        std::cerr << program << ": " << error.what() << "\n" << CommandLine::usage(program);
-        return 2;
+    const auto parsed = CommandLine::parse(argc, argv, std::cout, std::cerr);
+    if (const int* status = std::get_if<int>(&parsed)) {
+        return *status;
     }
-    if (commandLine.action == CommandLine::Action::Help) {
-        std::cout << CommandLine::usage(program);
-        return 0;
-    }
-    if (commandLine.action == CommandLine::Action::Version) {
-        std::cout << program << " " << ORV_VERSION << "\n";
-        return 0;
-    }
+    const CommandLine& commandLine = std::get<CommandLine>(parsed);
     if (commandLine.logLevel) {
         orv::logging::setLevel(*commandLine.logLevel);
     }

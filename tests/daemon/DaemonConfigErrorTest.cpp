@@ -259,12 +259,45 @@ TEST_F(DaemonConfigErrorTest, SimulatedChannelMissingFromTheSeedIsNamed)
         << error;
 }
 
-TEST_F(DaemonConfigErrorTest, BadCommandLineIsRefusedWithUsage)
+TEST_F(DaemonConfigErrorTest, BadCommandLineIsRefusedWithAPointerToHelp)
 {
     ChildProcess daemon(ORV_DAEMON_BINARY, {"--tcp-port", "70000", "--config", "x.json"});
     EXPECT_EQ(daemon.waitForExit(10s), 2);
-    EXPECT_NE(daemon.standardError().find("--tcp-port takes a port number from 1 to 65535"), std::string::npos);
-    EXPECT_NE(daemon.standardError().find("Usage: orv-gw-modbusd"), std::string::npos);
+    EXPECT_NE(daemon.standardError().find("--tcp-port: Value 70000 not in range 1 to 65535"), std::string::npos)
+        << daemon.standardError();
+    EXPECT_NE(daemon.standardError().find("Run with --help for more information."), std::string::npos);
+}
+
+TEST_F(DaemonConfigErrorTest, MissingConfigurationIsRefused)
+{
+    ChildProcess daemon(ORV_DAEMON_BINARY, {"--tcp-port", "1502"});
+    EXPECT_EQ(daemon.waitForExit(10s), 2);
+    EXPECT_NE(daemon.standardError().find("--config is required"), std::string::npos) << daemon.standardError();
+}
+
+TEST_F(DaemonConfigErrorTest, UnknownLogLevelIsRefused)
+{
+    ChildProcess daemon(ORV_DAEMON_BINARY, {"--log-level", "chatty", "--config", "x.json"});
+    EXPECT_EQ(daemon.waitForExit(10s), 2);
+    EXPECT_NE(daemon.standardError().find("--log-level: chatty is not one of trace, debug, info, warning, error, "
+                                          "critical or off"),
+              std::string::npos)
+        << daemon.standardError();
+}
+
+TEST_F(DaemonConfigErrorTest, ExportOptionsWithoutExportAreRefused)
+{
+    ChildProcess daemon(ORV_DAEMON_BINARY, {"--one-based", "--config", "x.json"});
+    EXPECT_EQ(daemon.waitForExit(10s), 2);
+    EXPECT_NE(daemon.standardError().find("--one-based requires --export"), std::string::npos)
+        << daemon.standardError();
+}
+
+TEST_F(DaemonConfigErrorTest, UnexpectedArgumentIsRefused)
+{
+    ChildProcess daemon(ORV_DAEMON_BINARY, {"--config", "x.json", "--tcp-prot", "1502"});
+    EXPECT_EQ(daemon.waitForExit(10s), 2);
+    EXPECT_NE(daemon.standardError().find("--tcp-prot"), std::string::npos) << daemon.standardError();
 }
 
 TEST_F(DaemonConfigErrorTest, HelpAndVersionExitZero)

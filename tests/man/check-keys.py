@@ -18,10 +18,10 @@ KEY_READ = re.compile(r'\b(?:member|optionalMember|has|booleanOr|integerOr)\(\s*
 STRING = re.compile(r'"([^"\\]*)"')
 
 keys = set()
-for name in sorted(os.listdir(source_dir)):
-    if not name.endswith('.cpp'):
-        continue
-    with open(os.path.join(source_dir, name), encoding='utf-8') as source:
+sources = sorted(os.path.join(folder, name) for folder, _, names in os.walk(source_dir)
+                 for name in names if name.endswith('.cpp'))
+for path in sources:
+    with open(path, encoding='utf-8') as source:
         text = source.read()
     for key_list in KEY_LIST.findall(text):
         keys.update(STRING.findall(key_list))

@@ -4,7 +4,7 @@
 // and, when asked, puts the power-distribution service in service some
 // time after start, so that the maps waiting for it become available.
 
-#include "DaemonConfig.h"
+#include "StandInSettings.h"
 
 #include <condition_variable>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #pragma once
 // A read-only view of one node of a parsed JSON document that knows where it
-// stands (file and JSON pointer path), so that every complaint about the
-// configuration names both.
+// stands (file and JSON pointer path), so that every complaint about a
+// configuration or data file names both: "<file>: <JSON pointer>: <reason>".
 
 #include <nlohmann/json.hpp>
 
@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-namespace orv::modbusd {
+namespace orv::common {
 
 class JsonNode {
 public:
@@ -22,6 +22,9 @@ public:
     // Parses a whole file; a missing file or invalid JSON throws with the
     // file name and the parser's own message.
     static nlohmann::json parseFile(const std::filesystem::path& file);
+    // Parses a document read elsewhere, named `source` in messages; a key
+    // given twice in one object is refused as parseFile refuses it.
+    static nlohmann::json parseText(const std::string& text, const std::string& source);
 
     bool has(const std::string& key) const;
     JsonNode member(const std::string& key) const;
@@ -32,6 +35,8 @@ public:
     std::int64_t integer(std::int64_t minimum, std::int64_t maximum) const;
     double number() const;
     std::string text() const;
+    // A text naming a file; a relative one is taken from `base`.
+    std::filesystem::path pathFrom(const std::filesystem::path& base) const;
 
     bool booleanOr(const std::string& key, bool fallback) const;
     std::int64_t integerOr(const std::string& key, std::int64_t minimum, std::int64_t maximum,
@@ -51,4 +56,4 @@ private:
     std::string m_path;
 };
 
-} // namespace orv::modbusd
+} // namespace orv::common

@@ -1,12 +1,13 @@
-#include "JsonNode.h"
+#include <orv/common/json/JsonNode.h>
 
 #include <algorithm>
 #include <fstream>
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
-namespace orv::modbusd {
+namespace orv::common {
 namespace {
 
 // Where the parser stands in one open object or array.
@@ -17,11 +18,21 @@ struct OpenContainer {
     std::size_t index = 0;
 };
 
+// A member name as one step of a JSON pointer ("~" and "/" escaped).
+std::string pointerStep(const std::string& name)
+{
+    std::string step = "/";
+    for (const char c : name) {
+        step += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
+    }
+    return step;
+}
+
 std::string pathOf(const std::vector<OpenContainer>& open, std::size_t count)
 {
     std::string path;
     for (std::size_t i = 0; i < count; ++i) {
-        path += "/" + (open[i].isObject ? open[i].key : std::to_string(open[i].index));
+        path += open[i].isObject ? pointerStep(open[i].key) : "/" + std::to_string(open[i].index);
     }
     return path;
 }
@@ -35,17 +46,16 @@ void elementDone(std::vector<OpenContainer>& open)
 
 // The parser keeps the last of two equal keys without a word; in a
 // configuration that hides a typing mistake, so it is refused.
-nlohmann::json::parser_callback_t duplicateKeyCheck(const std::filesystem::path& file,
-                                                    std::vector<OpenContainer>& open)
+nlohmann::json::parser_callback_t duplicateKeyCheck(const std::string& source, std::vector<OpenContainer>& open)
 {
     using Event = nlohmann::json::parse_event_t;
-    return [&file, &open](int, Event event, nlohmann::json& parsed) {
+    return [&source, &open](int, Event event, nlohmann::json& parsed) {
         if (event == Event::object_start || event == Event::array_start) {
             open.push_back({event == Event::object_start, {}, {}, 0});
         } else if (event == Event::key) {
             const auto key = parsed.get<std::string>();
             if (!open.back().keys.insert(key).second) {
-                throw std::runtime_error(file.string() + ": " + pathOf(open, open.size() - 1) + "/" + key
+                throw std::runtime_error(source + ": " + pathOf(open, open.size() - 1) + pointerStep(key)
                                          + ": the key appears twice in one object");
             }
             open.back().key = key;
@@ -57,6 +67,17 @@ nlohmann::json::parser_callback_t duplicateKeyCheck(const std::filesystem::path&
         }
         return true;
     };
+}
+
+template <typename Input>
+nlohmann::json parse(Input&& input, const std::string& source)
+{
+    std::vector<OpenContainer> open;
+    try {
+        return nlohmann::json::parse(std::forward<Input>(input), duplicateKeyCheck(source, open), true, true);
+    } catch (const nlohmann::json::parse_error& error) {
+        throw std::runtime_error(source + ": not valid JSON: " + error.what());
+    }
 }
 
 } // namespace
@@ -74,12 +95,12 @@ nlohmann::json JsonNode::parseFile(const std::filesystem::path& file)
     if (!stream) {
         throw std::runtime_error(file.string() + ": cannot open the file");
     }
-    std::vector<OpenContainer> open;
-    try {
-        return nlohmann::json::parse(stream, duplicateKeyCheck(file, open), true, true);
-    } catch (const nlohmann::json::parse_error& error) {
-        throw std::runtime_error(file.string() + ": not valid JSON: " + error.what());
-    }
+    return parse(stream, file.string());
+}
+
+nlohmann::json JsonNode::parseText(const std::string& text, const std::string& source)
+{
+    return parse(text, source);
 }
 
 bool JsonNode::has(const std::string& key) const
@@ -95,7 +116,7 @@ JsonNode JsonNode::member(const std::string& key) const
     if (found == m_value.end()) {
         fail("missing key \"" + key + "\"");
     }
-    return JsonNode(*found, m_file, m_path + "/" + key);
+    return JsonNode(*found, m_file, m_path + pointerStep(key));
 }
 
 std::optional<JsonNode> JsonNode::optionalMember(const std::string& key) const
@@ -163,6 +184,12 @@ std::string JsonNode::text() const
     return m_value.get<std::string>();
 }
 
+std::filesystem::path JsonNode::pathFrom(const std::filesystem::path& base) const
+{
+    const std::filesystem::path given(text());
+    return given.is_absolute() ? given : base / given;
+}
+
 bool JsonNode::booleanOr(const std::string& key, bool fallback) const
 {
     const auto node = optionalMember(key);
@@ -185,7 +212,7 @@ void JsonNode::expectOnlyKeys(std::initializer_list<std::string_view> keys) cons
             for (const std::string_view name : keys) {
                 known += (known.empty() ? "" : ", ") + std::string(name);
             }
-            JsonNode(value, m_file, m_path + "/" + key).fail("unknown key (known here: " + known + ")");
+            JsonNode(value, m_file, m_path + pointerStep(key)).fail("unknown key (known here: " + known + ")");
         }
     }
 }
@@ -202,4 +229,4 @@ void JsonNode::expectObject() const
     }
 }
 
-} // namespace orv::modbusd
+} // namespace orv::common
