@@ -3,10 +3,14 @@
 JOBS ?= $(shell nproc)
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
+FUZZ_BUILD ?= build-fuzz
+# The test programs that run threads: the race detector's build makes these only.
+TSAN_TARGETS ?= server_tests cds_tests cdsapi_tests map_tests daemon_tests
 ARMHF_BUILD ?= build-armhf
 DEMO_CONFIG ?= $(BUILD)/maps/demo/demo-config.json
 
-.PHONY: all deps build build-asan test test-normal test-asan demo bench readme-table deb armhf test-armhf clean
+.PHONY: all deps build build-asan build-tsan test test-normal test-asan test-tsan soak fuzz test-fuzz demo bench readme-table deb armhf test-armhf clean
 
 all: build
 
@@ -32,6 +36,17 @@ test-asan: build-asan
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 
+# ThreadSanitizer: a third tree with only the library, the stand-ins and the
+# test programs labelled `threads`. Any report fails the test that caused it
+# (halt_on_error makes the program exit non-zero).
+build-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DORV_TSAN=ON -DORV_BUILD_BENCH=OFF
+	cmake --build $(TSAN_BUILD) -j $(JOBS) --target $(TSAN_TARGETS)
+
+test-tsan: build-tsan
+	TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/tsan.supp" \
+	ctest --test-dir $(TSAN_BUILD) --output-on-failure -j $(JOBS) -L threads
+
 test: test-normal test-asan
 
 demo: build
@@ -41,6 +56,23 @@ demo: build
 # this has been run after a change to the demo map.
 readme-table: build
 	@scripts/update-readme-table.sh $(BUILD)
+
+# The daemon under 50 clients for SOAK_SECONDS (default 600), sampled every
+# 5 s; one summary line, and a failure on memory growth or leaks.
+SOAK_SECONDS ?= 600
+soak: build
+	@scripts/soak.py $(BUILD) $(SOAK_SECONDS)
+
+# The libFuzzer programs, built with clang, each run for FUZZ_SECONDS
+# (default 60); what reaches new code joins the committed corpus.
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	@scripts/run-fuzz.sh $(FUZZ_BUILD) $(FUZZ_SECONDS) keep
+
+# The same for 10 s each, keeping nothing: a short check on top of the
+# corpus replay of `make test`.
+test-fuzz: deps
+	@scripts/run-fuzz.sh $(FUZZ_BUILD) 10
 
 bench: build
 	@scripts/run-bench.sh $(BUILD)
@@ -58,4 +90,4 @@ test-armhf: deps
 	@scripts/build-armhf.sh $(ARMHF_BUILD) test
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(ARMHF_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(ARMHF_BUILD)

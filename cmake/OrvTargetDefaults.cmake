@@ -1,10 +1,15 @@
 # Settings every target of this project shares: warnings on our own code, and
-# the sanitizers when ORV_SANITIZE is set.
+# the sanitizers when ORV_SANITIZE (memory) or ORV_TSAN (races) is set.
 
 if(ORV_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined -fno-sanitize-recover=all)
+endif()
+
+if(ORV_TSAN)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
 endif()
 
 function(orv_target_defaults target)

@@ -10,6 +10,7 @@ packages=(
   nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
   mbpoll socat python3-pymodbus python3-serial python3-serial-asyncio
   libsystemd-dev systemd man-db groff-base lintian libcli11-dev
+  clang
 )
 
 missing=()

@@ -5,7 +5,7 @@ Each file name starts with the outcome the replay test (tests/fuzzcorpus)
 expects, up to the first '-': for processRequest the outcome of each frame
 joined by '+' (answered, refused, dropped), for the seed loader accepted or
 refused, for the deserializer parsed or rejected. Run it again after
-changing the inputs below; it replaces the three folders.
+changing the inputs below; it replaces the folders.
 """
 import json
 import pathlib
@@ -205,6 +205,69 @@ DESERIALIZER = {
 }
 
 
+# RTU frame reader: chunks, each a length byte (255: 300 bytes) and its bytes.
+def chunk(data):
+    return bytes([len(data)]) + data
+
+
+def rtu(unit, p):
+    return bytes([unit]) + p + crc(bytes([unit]) + p)
+
+
+READ_HOLDING = rtu(1, pdu(3, 0, 2))
+LARGEST_WRITE = rtu(1, pdu(16, 0, 122, data=bytes([244]) + bytes(range(244))))
+
+RTU_FRAMES = {
+    "frame-read-holding": chunk(READ_HOLDING),
+    "badcrc-read-holding-wrong-crc": chunk(READ_HOLDING[:-1] + bytes([READ_HOLDING[-1] ^ 1])),
+    "frame+frame-two-requests": chunk(READ_HOLDING) + chunk(rtu(2, pdu(4, 10, 1))),
+    "frame-broadcast-write": chunk(rtu(0, pdu(6, 1, 7))),
+    "frame-unknown-function": chunk(rtu(1, bytes([0x41]))),
+    "frame-largest-write": chunk(LARGEST_WRITE),
+    "badcrc-one-byte": chunk(b"\x01"),
+    # (A trailing zero would make a right CRC again: the CRC of the request
+    # and its CRC's low byte is the CRC's high byte.)
+    "badcrc-request-with-trailing-byte": chunk(READ_HOLDING + b"\x55"),
+    "badcrc+frame-noise-then-request": chunk(b"\xff\x00\x13") + chunk(READ_HOLDING),
+    "toolong-overlong": bytes([255]) + bytes(300),
+    "toolong+frame-overlong-then-request": bytes([255]) + READ_HOLDING * 37 + bytes(300 - 37 * 8)
+    + chunk(READ_HOLDING),
+    "frame-truncated-chunk": bytes([200]) + READ_HOLDING,
+}
+
+# The daemon's configuration reader: JSON documents (or texts) as files.
+SERVED = {"server": {"tcp": {"enabled": True}}, "maps": [{"id": "demo", "plugin": "demo.so"}],
+          "tcpUnits": [{"unitId": 1, "map": "demo", "allowedAddresses": ["^127\\.0\\.0\\.1$"]}]}
+
+
+def served(**changes):
+    return {**SERVED, **changes}
+
+
+CONFIGS = {
+    "accepted-tcp-unit": SERVED,
+    "accepted-rtu-unit": served(server={"tcp": {"enabled": False}, "rtu": {"enabled": True, "device": "/dev/ttyS0", "baudRate": 5,
+                                                "parity": 2, "dataBits": 8, "stopBits": 1}},
+                                tcpUnits=[], rtuUnits=[{"unitId": 247, "map": "demo"}]),
+    "accepted-simulator": served(dataStore={"seedFile": "seed.json", "simulator": {
+        "enabled": True, "periodMs": 10,
+        "channels": [{"device": "meter-1", "channel": "Voltage", "min": 225.0, "max": 235.0}],
+        "powerDistribution": {"device": "pd", "inServiceAfterMs": 100}}}, statisticsIntervalSeconds=5),
+    "refused-unknown-key": served(extra=1),
+    "refused-unit-beyond-247": served(tcpUnits=[{"unitId": 248, "map": "demo"}]),
+    "refused-unknown-map": served(tcpUnits=[{"unitId": 1, "map": "other"}]),
+    "refused-nothing-served": served(tcpUnits=[]),
+    "refused-statistics-interval-zero": served(statisticsIntervalSeconds=0),
+    "refused-bad-address-pattern": served(tcpUnits=[{"unitId": 1, "map": "demo", "allowedAddresses": ["("]}]),
+    "refused-maps-not-a-list": served(maps={"id": "demo"}),
+}
+CONFIG_TEXTS = {
+    "refused-empty": b"",
+    "refused-not-json": b"{server: tcp}",
+    "refused-truncated": json.dumps(SERVED).encode()[:40],
+}
+
+
 def write(folder, files):
     path = CORPUS / folder
     shutil.rmtree(path, ignore_errors=True)
@@ -221,6 +284,10 @@ def main():
     seeds.update(SEED_TEXTS)
     write("SeedLoader", seeds)
     write("Deserializer", {name: bytes([flags]) + text for name, (flags, text) in DESERIALIZER.items()})
+    write("RtuFrameReader", RTU_FRAMES)
+    configs = {name: json.dumps(doc).encode() for name, doc in CONFIGS.items()}
+    configs.update(CONFIG_TEXTS)
+    write("DaemonConfig", configs)
 
 
 if __name__ == "__main__":

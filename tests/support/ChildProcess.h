@@ -21,6 +21,8 @@ public:
 
     void signal(int number) const;
 
+    pid_t pid() const { return m_pid; }
+
     // The exit status once the program has ended within the timeout; nothing
     // if it still runs. A program killed by a signal reports 128 + signal.
     std::optional<int> waitForExit(std::chrono::milliseconds timeout);

@@ -3,6 +3,7 @@
 #include "EntryAccessor.h"
 #include "ModbusTable.h"
 
+#include <mutex>
 #include <utility>
 
 namespace orv::modbus {
@@ -57,9 +58,17 @@ bool Discretes::isAvailable() const
 
 void Discretes::updateDataInAccessor()
 {
-    if (m_writable && isMapped()) {
-        m_pAccessor->setData(getValue());
+    if (!m_writable || !isMapped()) {
+        return;
     }
+    std::vector<uint8_t> values;
+    {
+        // The store's notification thread writes the table under the same
+        // lock; setData is called without it, since it may notify back.
+        std::lock_guard lock(*this);
+        values = getValue();
+    }
+    m_pAccessor->setData(values);
 }
 
 std::vector<uint8_t> Discretes::getValue() const

@@ -7,6 +7,7 @@
 #include <orv/modbus/LegacyRegisters.h>
 #include <orv/modbus/Registers.h>
 
+#include <mutex>
 #include <utility>
 
 namespace orv::modbus {
@@ -76,9 +77,16 @@ void RegisterEntry<Tables>::updateDataInAccessor()
     if (!m_writable || !isMapped()) {
         return;
     }
-    const auto words = getValue();
+    std::vector<uint16_t> words;
+    {
+        // The store's notification thread writes the tables under the same
+        // lock; setData is called without it, since it may notify back.
+        std::lock_guard lock(*this);
+        words = getValue();
+    }
     m_pAccessor->setData(words);
     if constexpr (Tables::g_mirrorAfterClientWrite) {
+        std::lock_guard lock(*this);
         setValue(words);
     }
 }

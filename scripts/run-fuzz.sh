@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Usage: run-fuzz.sh FUZZ_BUILD_DIR SECONDS [keep]
+# Builds the libFuzzer programs (clang, ASan and UBSan) in their own tree and
+# runs each for SECONDS on top of its committed corpus (tests/fuzz/corpus/).
+# With "keep", the inputs a run finds that reach new code are added to the
+# committed corpus under corpus/<target>/found/, which the replay test runs
+# for the invariants alone. An input that breaks an invariant or trips a
+# sanitizer stays under tests/fuzz/crashes/<target>/ and fails the run.
+set -euo pipefail
+build=${1:?usage: run-fuzz.sh FUZZ_BUILD_DIR SECONDS [keep]}
+seconds=${2:?usage: run-fuzz.sh FUZZ_BUILD_DIR SECONDS [keep]}
+keep=${3:-}
+fuzz=$(cd "$(dirname "$0")/../tests/fuzz" && pwd)
+targets=(ProcessRequest SeedLoader Deserializer RtuFrameReader DaemonConfig)
+
+CC=clang CXX=clang++ cmake -S "$fuzz/../.." -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DORV_BUILD_FUZZ=ON -DORV_BUILD_TESTS=OFF -DORV_BUILD_BENCH=OFF >/dev/null
+cmake --build "$build" -j "$(nproc)" --target fuzz
+
+failed=()
+for target in "${targets[@]}"; do
+  new="$fuzz/new-corpus/$target"
+  crashes="$fuzz/crashes/$target"
+  rm -rf "$new"
+  mkdir -p "$new" "$crashes"
+  echo "== ${target}Fuzz for ${seconds} s"
+  if ! UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 "$build/tests/fuzz/${target}Fuzz" \
+      -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+      -artifact_prefix="$crashes/" "$new" "$fuzz/corpus/$target" 2>"$build/$target.log"; then
+    failed+=("$target")
+  fi
+  grep -E "^(stat::number_of_executed_runs|stat::new_units_added|Done)" "$build/$target.log" || true
+  if [[ "$keep" == keep && -n "$(ls -A "$new")" ]]; then
+    mkdir -p "$fuzz/corpus/$target/found"
+    cp "$new"/* "$fuzz/corpus/$target/found/"
+    echo "   $(ls "$new" | wc -l) new inputs added to corpus/$target/found/"
+  fi
+done
+if ((${#failed[@]})); then
+  echo "fuzzing failed for: ${failed[*]} (see $build/<target>.log and tests/fuzz/crashes/)" >&2
+  exit 1
+fi

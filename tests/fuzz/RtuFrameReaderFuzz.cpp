@@ -1,0 +1,7 @@
+#include "FuzzMain.h"
+#include "RtuFrameReaderTarget.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size)
+{
+    return orv::modbus::fuzz::runFuzzInput<orv::modbus::fuzz::RtuFrameReaderTarget>(data, size);
+}
