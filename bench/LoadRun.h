@@ -36,6 +36,7 @@ struct LoadFigures {
     double p99Microseconds = 0.0;
     double serverCpuMicroseconds = 0.0;
     long failures = 0;
+    double wallSeconds = 0.0;
 };
 
 inline double cpuSeconds(clockid_t clock)
@@ -43,6 +44,34 @@ inline double cpuSeconds(clockid_t clock)
     timespec now{};
     clock_gettime(clock, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// Rounds of the same load as one: requests and CPU time add up, the
+// percentiles are those of the rounds' medians and worst 1 % averaged by
+// request count.
+inline LoadFigures combine(const std::vector<LoadFigures>& rounds)
+{
+    LoadFigures total;
+    double requests = 0.0;
+    double seconds = 0.0;
+    double cpu = 0.0;
+    for (const auto& round : rounds) {
+        const double count = round.requestsPerSecond * round.wallSeconds;
+        requests += count;
+        seconds += round.wallSeconds;
+        cpu += round.serverCpuMicroseconds * count;
+        total.p50Microseconds += round.p50Microseconds * count;
+        total.p99Microseconds += round.p99Microseconds * count;
+        total.failures += round.failures;
+    }
+    if (requests > 0.0) {
+        total.requestsPerSecond = requests / seconds;
+        total.serverCpuMicroseconds = cpu / requests;
+        total.p50Microseconds /= requests;
+        total.p99Microseconds /= requests;
+        total.wallSeconds = seconds;
+    }
+    return total;
 }
 
 class LoadRun {
@@ -140,6 +169,7 @@ private:
             figures.failures += client.failures;
         }
         if (latencies.empty()) {
+            figures.wallSeconds = wall;
             return figures;
         }
         std::sort(latencies.begin(), latencies.end());
@@ -148,6 +178,7 @@ private:
         };
         const auto requests = static_cast<double>(latencies.size());
         figures.requestsPerSecond = requests / wall;
+        figures.wallSeconds = wall;
         figures.p50Microseconds = at(0.50);
         figures.p99Microseconds = at(0.99);
         figures.serverCpuMicroseconds = std::max(0.0, processCpu - clientCpu) / requests * 1e6;
