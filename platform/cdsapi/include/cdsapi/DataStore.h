@@ -86,6 +86,7 @@
 // "<file>: <JSON pointer>: <reason>" and the store is left unchanged; a good
 // seed notifies like the creations it makes, in document order.
 
+#include <cdsapi/AdaptiveMutex.h>
 #include <cdsapi/Types.h>
 
 #include <zu/CAlarmTrigger.h>
@@ -206,7 +207,7 @@ private:
     // Applies one change to a channel's alarm settings under the lock and tells the subscribers.
     void changeAlarmSettings(std::uint64_t channelId, const std::function<void(ChannelAlarmSettings&)>& change);
 
-    mutable std::mutex m_mutex;
+    mutable AdaptiveMutex m_mutex;
     std::unique_ptr<State> m_pState;
     std::atomic<std::uint64_t> m_lastSubscriptionId{0};
 };
