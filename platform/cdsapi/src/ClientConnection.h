@@ -52,7 +52,7 @@ namespace cdsapi {
 
 class ClientConnection {
 public:
-    static constexpr std::chrono::microseconds g_gatherWindow{200};
+    static constexpr std::chrono::microseconds g_gatherWindow{500};
 
     // What one notification carries to a subscription.
     struct Event {

@@ -85,7 +85,8 @@ struct DataStore::State {
     using Event = ClientConnection::Event;
 
     std::map<std::uint64_t, Device> devices;
-    std::map<std::uint64_t, Channel> channels;
+    // Looked up by every read and write: hashed.
+    std::unordered_map<std::uint64_t, Channel> channels;
     std::vector<std::uint64_t> rootDevices;
     std::uint64_t nextId = 1;
     // Ids a seed being loaded asks for, kept away from allocation.
