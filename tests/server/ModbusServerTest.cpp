@@ -260,7 +260,8 @@ TEST(ModbusServerTest, ClientSilentForExactlyTheIdleLimitIsStillActive)
     std::uint16_t port = 0;
     auto frontEnd = makeTcpFrontEnd(port);
     frontEnd->setIdleLimit(0s);
-    const ServedTcpFrontEnd served(std::move(frontEnd), servingUnitOne(makeSpyMap()).tcpMaps, nullptr);
+    const ServedTcpFrontEnd served(std::move(frontEnd), servingUnitOne(makeSpyMap()).tcpMaps,
+                                   std::make_shared<CountingStatistics>());
     ModbusTcpClient client("127.0.0.1", port, 1);
     ASSERT_TRUE(client.connected());
     EXPECT_TRUE(client.readHolding(0, 1).has_value());
