@@ -126,20 +126,20 @@ void setStarts(modbus_mapping_t& tables, bool addressShift)
 // entry alone may size them).
 bool writesTables(const uint8_t* pdu, const modbus_mapping_t& tables)
 {
-    const int address = readWord(pdu + 1);
+    const int address = requestAddress(pdu);
     const auto fits = [address](int start, int count, int size) {
         return address - start >= 0 && address - start + count <= size;
     };
     // The count of a multiple write, the value of a single one.
-    const int count = readWord(pdu + 3);
+    const int count = requestQuantity(pdu);
     switch (pdu[0]) {
-    case g_writeSingleCoil:
+    case MODBUS_FC_WRITE_SINGLE_COIL:
         return (count == 0 || count == 0xFF00) && fits(tables.start_bits, 1, tables.nb_bits);
-    case g_writeSingleRegister:
+    case MODBUS_FC_WRITE_SINGLE_REGISTER:
         return fits(tables.start_registers, 1, tables.nb_registers);
-    case g_writeMultipleCoils:
+    case MODBUS_FC_WRITE_MULTIPLE_COILS:
         return count >= 1 && count <= MODBUS_MAX_WRITE_BITS && fits(tables.start_bits, count, tables.nb_bits);
-    case g_writeMultipleRegisters:
+    case MODBUS_FC_WRITE_MULTIPLE_REGISTERS:
         return count >= 1 && count <= MODBUS_MAX_WRITE_REGISTERS
             && fits(tables.start_registers, count, tables.nb_registers);
     default:
@@ -160,7 +160,7 @@ bool repliedNormally(int sent, int headerLength)
 // went to, so that all the words it would pass on are the client's.
 bool liesInside(const ModbusMapEntry& entry, const modbus_mapping_t& tables, uint8_t functionCode)
 {
-    const bool bits = functionCode == g_writeSingleCoil || functionCode == g_writeMultipleCoils;
+    const bool bits = functionCode == MODBUS_FC_WRITE_SINGLE_COIL || functionCode == MODBUS_FC_WRITE_MULTIPLE_COILS;
     return entry.getAddress() + entry.getSize() <= (bits ? tables.nb_bits : tables.nb_registers);
 }
 
