@@ -45,15 +45,13 @@ cdsapi::InBandAccessor& inBand()
     return CdsInBandAccessor::getInstance();
 }
 
-// The class number of `trigger` asked through `type`: 3 with the special
-// flag, else 1; through types 2 and 4, the special code makes it 4 or 2.
-std::uint32_t classNumber(const zu::CAlarmTrigger& trigger, AlarmType type)
+// The class number of `trigger`: 3 with the special flag, else 1; the
+// special code makes it 4 or 2. So types 1 and 3 never match the special
+// code, types 2 and 4 only ever match it, and each pair differs by the flag.
+std::uint32_t classNumber(const zu::CAlarmTrigger& trigger)
 {
-    std::uint32_t number = trigger.flag == g_specialFlag ? 3 : 1;
-    if ((type == AlarmType::Class2 || type == AlarmType::Class4) && trigger.code == g_specialCode) {
-        ++number;
-    }
-    return number;
+    const std::uint32_t number = trigger.flag == g_specialFlag ? 3 : 1;
+    return trigger.code == g_specialCode ? number + 1 : number;
 }
 
 } // namespace
@@ -122,7 +120,7 @@ bool Accessor::matchesMostCriticalAlarm() const
     auto& cds = inBand();
     const auto channelId = cds.getChannelId(m_resolvedDeviceId, m_channelName);
     const auto trigger = cdsapi::DataAlarms(cds).getMostCritical(channelId);
-    return trigger && classNumber(*trigger, m_alarmType) == static_cast<std::uint32_t>(m_alarmType);
+    return trigger && classNumber(*trigger) == static_cast<std::uint32_t>(m_alarmType);
 }
 
 void Accessor::callbackUpdateChannelValue(const zu::CValue& value)
