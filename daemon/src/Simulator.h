@@ -29,6 +29,7 @@ private:
 
     void run(std::stop_token stop);
     void step(unsigned tick);
+    static void followAlarm(const Target& target, float value);
 
     std::vector<Target> m_targets;
     std::chrono::milliseconds m_period;

@@ -92,10 +92,13 @@ void CdsDeviceAccessor::setCValue(const zu::CValue& value)
 
 zu::CValue CdsDeviceAccessor::getCValue() const
 {
-    if (m_attribute != g_subDeviceCount && !m_found) {
-        return {};
+    if (m_attribute == g_subDeviceCount) {
+        // Served whatever the found flag says; only while no device is
+        // reached at all is there nothing to count (and a map holding the
+        // accessor must still build).
+        return m_resolvedDeviceId == 0 ? zu::CValue() : attributeOf(m_resolvedDeviceId);
     }
-    return attributeOf(m_resolvedDeviceId);
+    return m_found ? attributeOf(m_resolvedDeviceId) : zu::CValue();
 }
 
 zu::CValue CdsDeviceAccessor::detectedValue() const
