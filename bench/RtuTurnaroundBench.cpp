@@ -3,7 +3,7 @@
 // a running ModbusServer ("orv") beside a bare libmodbus RTU server
 // (modbus_receive and modbus_reply on a modbus_mapping_t, "baseline").
 
-#include "ConstantRegistersAccessor.h"
+#include "FakeRegistersAccessor.h"
 #include "RatioReporter.h"
 
 #include <orv/modbus/HoldingRegisters.h>
@@ -164,11 +164,12 @@ public:
         settings.rtuDevice = device;
         settings.baudRate = common::BaudRate::Baud115200;
         m_pServer = std::make_unique<ModbusServer>(settings, false);
+        auto* accessor = new orv::test::FakeRegistersAccessor(g_registers, std::vector<uint16_t>(g_registers, 7));
+        // Runs for as long as the benchmark wants: what clients write is not kept.
+        accessor->keepWrites(false);
         auto map = std::make_shared<ModbusMap>(
-            "bench",
-            std::vector<ModbusMapEntry*>{new HoldingRegisters(
-                0, new ConstantRegistersAccessor(std::vector<uint16_t>(g_registers, 7)), true, "block", "", "")},
-            nullptr, ByteOrder::ABCD);
+            "bench", std::vector<ModbusMapEntry*>{new HoldingRegisters(0, accessor, true, "block", "", "")}, nullptr,
+            ByteOrder::ABCD);
         ModbusMapsConfiguration configuration;
         configuration.rtuMaps[g_unit] =
             std::make_shared<ModbusMapSettings>(map, false, false, false, std::vector<std::regex>{});

@@ -42,6 +42,17 @@ std::string optionValue(std::string_view argument, std::string_view name, int& i
     return argv[++index];
 }
 
+CommandLine::ExportFormat parseFormat(const std::string& text)
+{
+    if (text == "csv") {
+        return CommandLine::ExportFormat::Csv;
+    }
+    if (text == "markdown") {
+        return CommandLine::ExportFormat::Markdown;
+    }
+    throw std::invalid_argument("--format takes csv or markdown, not \"" + text + "\"");
+}
+
 bool isOption(std::string_view argument, std::string_view name)
 {
     return argument == name || (argument.starts_with(name) && argument[name.size()] == '=');
@@ -53,6 +64,7 @@ CommandLine CommandLine::parse(int argc, char** argv)
 {
     CommandLine result;
     bool haveConfig = false;
+    bool haveExportOption = false;
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
         if (argument == "--help" || argument == "-h") {
@@ -67,6 +79,17 @@ CommandLine CommandLine::parse(int argc, char** argv)
             result.modbusDebug = true;
         } else if (argument == "--check-config") {
             result.action = Action::CheckConfig;
+        } else if (argument == "--one-based") {
+            result.exportOneBased = true;
+            haveExportOption = true;
+        } else if (isOption(argument, "--format")) {
+            result.exportFormat = parseFormat(optionValue(argument, "--format", i, argc, argv));
+            haveExportOption = true;
+        } else if (isOption(argument, "--export")) {
+            result.exportMap = optionValue(argument, "--export", i, argc, argv);
+            result.action = Action::Export;
+        } else if (isOption(argument, "--defaults")) {
+            result.defaults = optionValue(argument, "--defaults", i, argc, argv);
         } else if (isOption(argument, "--config")) {
             result.config = optionValue(argument, "--config", i, argc, argv);
             haveConfig = true;
@@ -81,15 +104,24 @@ CommandLine CommandLine::parse(int argc, char** argv)
     if (!haveConfig) {
         throw std::invalid_argument("--config FILE is required");
     }
+    if (haveExportOption && result.action != Action::Export) {
+        throw std::invalid_argument("--one-based and --format apply to --export MAP only");
+    }
     return result;
 }
 
 std::string CommandLine::usage(const std::string& program)
 {
     return "Usage: " + program + " --config FILE [options]\n"
+           "       " + program + " --config FILE --export MAP [--one-based] [--format csv|markdown]\n"
            "Serves the gateway's data store to Modbus TCP clients and Modbus RTU masters.\n"
            "\n"
            "  --config FILE       the daemon's JSON configuration\n"
+           "  --defaults FILE     factory defaults and allowed serial settings (instead of\n"
+           "                      the configuration's \"defaultsFile\")\n"
+           "  --export MAP        print the addresses and current values of a map, open no port\n"
+           "  --one-based         export 1-based addresses\n"
+           "  --format FORMAT     export as csv (the default) or markdown\n"
            "  --tcp-port N        listen on TCP port N instead of the configured one\n"
            "  --log-level LEVEL   trace, debug, info, warning, error, critical or off\n"
            "  --modbus-debug      print libmodbus's frame-level debug output\n"

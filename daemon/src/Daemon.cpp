@@ -1,5 +1,6 @@
 #include "Daemon.h"
 
+#include "MapExport.h"
 #include "ServiceNotifier.h"
 #include "WatchedCounters.h"
 
@@ -47,7 +48,7 @@ std::shared_ptr<modbus::ModbusMapSettings> makeSettings(const UnitAssignment& un
 
 Daemon::Daemon(const CommandLine& commandLine)
     : m_commandLine(commandLine)
-    , m_config(DaemonConfig::load(commandLine.config))
+    , m_config(DaemonConfig::load(commandLine.config, commandLine.defaults))
 {
     if (m_commandLine.tcpPort) {
         m_config.server.tcpPort = *m_commandLine.tcpPort;
@@ -98,6 +99,21 @@ int Daemon::run()
     server.stop();
     logSummary();
     return 0;
+}
+
+int Daemon::exportMap(std::ostream& out, std::ostream& err) const
+{
+    std::string known;
+    for (const MapPlugin& map : m_config.maps) {
+        if (map.id == m_commandLine.exportMap) {
+            return MapExport::write(*modbus::SupportedMaps::getInstance().getMap(map.id), m_commandLine.exportOneBased,
+                                    m_commandLine.exportFormat, out, err);
+        }
+        known += (known.empty() ? "" : ", ") + map.id;
+    }
+    err << "orv-gw-modbusd: no map \"" << m_commandLine.exportMap << "\" in " << m_commandLine.config.string()
+        << "; its maps are: " << known << "\n";
+    return 1;
 }
 
 // The simulator looks its channels up in the loaded store, so a channel the

@@ -10,6 +10,7 @@
 #include <orv/modbus/ModbusMapsConfiguration.h>
 
 #include <csignal>
+#include <iosfwd>
 #include <optional>
 
 namespace orv::modbusd {
@@ -26,6 +27,11 @@ public:
 
     // Serves until SIGINT or SIGTERM; returns the exit status.
     int run();
+
+    // Prints the export of the command line's map to `out` without opening
+    // a port; returns the exit status (non-zero, with a message on `err`,
+    // for a map that does not exist or is not available).
+    int exportMap(std::ostream& out, std::ostream& err) const;
 
 private:
     void startSimulator(std::optional<Simulator>& simulator) const;

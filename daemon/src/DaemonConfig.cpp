@@ -2,13 +2,18 @@
 
 #include "JsonNode.h"
 
+#include <orv/modbus/ModbusDefaultSettings.h>
+
+#include <climits>
 #include <regex>
 #include <set>
+#include <stdexcept>
 
 namespace orv::modbusd {
 namespace {
 
 constexpr std::int64_t g_maxUnitId = 247;
+constexpr std::int64_t g_defaultTcpPort = 1502;
 
 std::filesystem::path resolve(const std::filesystem::path& base, const std::string& path)
 {
@@ -16,17 +21,62 @@ std::filesystem::path resolve(const std::filesystem::path& base, const std::stri
     return given.is_absolute() ? given : base / given;
 }
 
-void readTcp(const JsonNode& tcp, modbus::ModbusServerSettings& server)
+// What a factory-defaults file says about one serial setting.
+struct FactorySetting {
+    std::int32_t minimum;
+    std::int32_t maximum;
+    std::int32_t value;
+};
+
+// Where the settings the configuration leaves out come from, and the ranges
+// that bound the ones it gives.
+struct ServerDefaults {
+    const std::filesystem::path& configFile;
+    const std::optional<modbus::ModbusDefaultSettings>& factory;
+
+    bool tcpEnabled(bool builtIn) const { return factory ? factory->tcpEnabled : builtIn; }
+    bool rtuEnabled() const { return factory && factory->rtuEnabled; }
+};
+
+// A serial setting as configured, inside the factory range when there is
+// one (the range is checked first, so that its message is the one a user
+// sees), or else the factory default, or else the built-in one.
+std::int64_t serialSetting(const std::optional<JsonNode>& rtu, const std::string& key, std::int64_t minimum,
+                           std::int64_t maximum, std::int64_t builtIn, const ServerDefaults& defaults,
+                           FactorySetting (*factorySetting)(const modbus::ModbusDefaultSettings&))
 {
-    tcp.expectOnlyKeys({"enabled", "port"});
-    server.tcpEnabled = tcp.booleanOr("enabled", true);
-    server.tcpPort = static_cast<std::uint32_t>(tcp.integerOr("port", 1, 65535, 1502));
+    if (!rtu || !rtu->has(key)) {
+        return defaults.factory ? factorySetting(*defaults.factory).value : builtIn;
+    }
+    const JsonNode node = rtu->member(key);
+    if (defaults.factory) {
+        const FactorySetting allowed = factorySetting(*defaults.factory);
+        const std::int64_t value = node.integer(INT32_MIN, INT32_MAX);
+        if (value < allowed.minimum || value > allowed.maximum) {
+            throw std::runtime_error(defaults.configFile.string() + ": server.rtu." + key + ": "
+                                     + std::to_string(value) + " is outside " + std::to_string(allowed.minimum)
+                                     + ".." + std::to_string(allowed.maximum) + " allowed by "
+                                     + defaults.factory->filePath);
+        }
+    }
+    return node.integer(minimum, maximum);
 }
 
-void readRtu(const JsonNode& rtu, modbus::ModbusServerSettings& server)
+void readTcp(const std::optional<JsonNode>& tcp, modbus::ModbusServerSettings& server, const ServerDefaults& defaults)
 {
-    rtu.expectOnlyKeys({"enabled", "device", "baudRate", "parity", "dataBits", "stopBits"});
-    server.rtuEnabled = rtu.booleanOr("enabled", false);
+    // Without a defaults file, a "tcp" object means TCP is wanted.
+    server.tcpEnabled = defaults.tcpEnabled(tcp.has_value());
+    server.tcpPort = g_defaultTcpPort;
+    if (!tcp) {
+        return;
+    }
+    tcp->expectOnlyKeys({"enabled", "port"});
+    server.tcpEnabled = tcp->booleanOr("enabled", server.tcpEnabled);
+    server.tcpPort = static_cast<std::uint32_t>(tcp->integerOr("port", 1, 65535, g_defaultTcpPort));
+}
+
+void readRtuDevice(const JsonNode& rtu, modbus::ModbusServerSettings& server)
+{
     if (const auto device = rtu.optionalMember("device")) {
         server.rtuDevice = device->text();
         // Checked here, so that a missing line fails before the TCP port opens.
@@ -36,10 +86,33 @@ void readRtu(const JsonNode& rtu, modbus::ModbusServerSettings& server)
     } else if (server.rtuEnabled) {
         rtu.member("device");
     }
-    server.baudRate = static_cast<common::BaudRate>(rtu.integerOr("baudRate", 1, 8, 4));
-    server.parity = static_cast<common::Parity>(rtu.integerOr("parity", 0, 3, 0));
-    server.dataBits = static_cast<int>(rtu.integerOr("dataBits", 5, 8, 8));
-    server.stopBits = static_cast<int>(rtu.integerOr("stopBits", 1, 2, 1));
+}
+
+void readRtu(const std::optional<JsonNode>& rtu, const JsonNode& serverNode, modbus::ModbusServerSettings& server,
+             const ServerDefaults& defaults)
+{
+    server.rtuEnabled = defaults.rtuEnabled();
+    if (rtu) {
+        rtu->expectOnlyKeys({"enabled", "device", "baudRate", "parity", "dataBits", "stopBits"});
+        server.rtuEnabled = rtu->booleanOr("enabled", server.rtuEnabled);
+        readRtuDevice(*rtu, server);
+        server.dataBits = static_cast<int>(rtu->integerOr("dataBits", 5, 8, 8));
+    } else if (server.rtuEnabled) {
+        serverNode.member("rtu");
+    }
+    using modbus::ModbusDefaultSettings;
+    server.baudRate = static_cast<common::BaudRate>(
+        serialSetting(rtu, "baudRate", 1, 8, 4, defaults, [](const ModbusDefaultSettings& factory) {
+            return FactorySetting{factory.baudMin, factory.baudMax, factory.baud};
+        }));
+    server.parity = static_cast<common::Parity>(
+        serialSetting(rtu, "parity", 0, 3, 0, defaults, [](const ModbusDefaultSettings& factory) {
+            return FactorySetting{factory.parityMin, factory.parityMax, factory.parity};
+        }));
+    server.stopBits = static_cast<int>(
+        serialSetting(rtu, "stopBits", 1, 2, 1, defaults, [](const ModbusDefaultSettings& factory) {
+            return FactorySetting{factory.stopBitsMin, factory.stopBitsMax, factory.stopBits};
+        }));
 }
 
 std::vector<MapPlugin> readMaps(const JsonNode& maps, const std::filesystem::path& base)
@@ -134,7 +207,7 @@ void checkSomethingIsServed(const JsonNode& root, const DaemonConfig& config)
 
 SimulatorSettings readSimulator(const JsonNode& simulator)
 {
-    simulator.expectOnlyKeys({"enabled", "periodMs", "channels"});
+    simulator.expectOnlyKeys({"enabled", "periodMs", "channels", "powerDistribution"});
     SimulatorSettings result;
     result.enabled = simulator.booleanOr("enabled", false);
     result.period = std::chrono::milliseconds(simulator.integerOr("periodMs", 10, 3'600'000, 1000));
@@ -146,12 +219,35 @@ SimulatorSettings readSimulator(const JsonNode& simulator)
                                        static_cast<float>(channel.member("max").number())});
         }
     }
+    if (const auto service = simulator.optionalMember("powerDistribution")) {
+        service->expectOnlyKeys({"device", "inServiceAfterMs"});
+        result.powerDistribution = SimulatedService{
+            service->member("device").text(),
+            std::chrono::milliseconds(service->integerOr("inServiceAfterMs", 0, 86'400'000, 20'000))};
+    }
     return result;
+}
+
+// The option wins over the file's own "defaultsFile"; a file that cannot be
+// used stops everything here, before any port is opened.
+std::optional<modbus::ModbusDefaultSettings> readDefaults(const JsonNode& root, const std::filesystem::path& base,
+                                                          std::optional<std::filesystem::path>& path)
+{
+    if (!path) {
+        if (const auto named = root.optionalMember("defaultsFile")) {
+            path = resolve(base, named->text());
+        }
+    }
+    if (!path) {
+        return std::nullopt;
+    }
+    return modbus::ModbusDefaultSettings(path->string());
 }
 
 } // namespace
 
-DaemonConfig DaemonConfig::load(const std::filesystem::path& file)
+DaemonConfig DaemonConfig::load(const std::filesystem::path& file,
+                                const std::optional<std::filesystem::path>& defaultsFile)
 {
     const nlohmann::json document = JsonNode::parseFile(file);
     const JsonNode root(document, file.string(), "");
@@ -161,16 +257,15 @@ DaemonConfig DaemonConfig::load(const std::filesystem::path& file)
     config.server.name = "orv-gw-modbusd";
     config.server.tcpEnabled = false;
     config.server.rtuEnabled = false;
-    root.expectOnlyKeys(
-        {"server", "pluginDirectory", "maps", "tcpUnits", "rtuUnits", "dataStore", "statisticsIntervalSeconds"});
+    root.expectOnlyKeys({"server", "pluginDirectory", "maps", "tcpUnits", "rtuUnits", "dataStore",
+                         "statisticsIntervalSeconds", "defaultsFile"});
+    config.defaultsFile = defaultsFile;
+    const std::optional<modbus::ModbusDefaultSettings> factory = readDefaults(root, base, config.defaultsFile);
+    const ServerDefaults defaults{file, factory};
     const JsonNode server = root.member("server");
     server.expectOnlyKeys({"tcp", "rtu"});
-    if (const auto tcp = server.optionalMember("tcp")) {
-        readTcp(*tcp, config.server);
-    }
-    if (const auto rtu = server.optionalMember("rtu")) {
-        readRtu(*rtu, config.server);
-    }
+    readTcp(server.optionalMember("tcp"), config.server, defaults);
+    readRtu(server.optionalMember("rtu"), server, config.server, defaults);
     const auto pluginDirectory = root.optionalMember("pluginDirectory");
     config.maps = readMaps(root.member("maps"), pluginDirectory ? resolve(base, pluginDirectory->text()) : base);
     config.tcpUnits = readUnits(root.optionalMember("tcpUnits"), config.maps, true);

@@ -36,10 +36,18 @@ struct SimulatedChannel {
     float maximum = 0.0f;
 };
 
+// A service the simulator brings into service some time after start, by
+// setting its operating-status channel to Running.
+struct SimulatedService {
+    std::string device;
+    std::chrono::milliseconds inServiceAfter{20000};
+};
+
 struct SimulatorSettings {
     bool enabled = false;
     std::chrono::milliseconds period{1000};
     std::vector<SimulatedChannel> channels;
+    std::optional<SimulatedService> powerDistribution;
 };
 
 struct DaemonConfig {
@@ -50,10 +58,15 @@ struct DaemonConfig {
     std::optional<std::filesystem::path> seedFile;
     SimulatorSettings simulator;
     std::chrono::seconds statisticsInterval{60};
+    // The factory-defaults file, when one is named: it fills the server
+    // settings the file leaves out and bounds the serial settings it gives.
+    std::optional<std::filesystem::path> defaultsFile;
 
     // Reads and checks the file; throws std::runtime_error whose message
-    // names the file and the offending key.
-    static DaemonConfig load(const std::filesystem::path& file);
+    // names the file and the offending key. `defaultsFile`, when given,
+    // replaces the file's own "defaultsFile".
+    static DaemonConfig load(const std::filesystem::path& file,
+                             const std::optional<std::filesystem::path>& defaultsFile = std::nullopt);
 };
 
 } // namespace orv::modbusd

@@ -2,9 +2,11 @@
 
 #include <cdsapi/CdsAccessor.h>
 #include <cdsapi/DataStore.h>
+#include <orv/common/service/OperatingStatus.h>
 #include <orv/logging/Logger.h>
 #include <zu/CValue.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <stdexcept>
@@ -19,18 +21,37 @@ constexpr zu::CAlarmTrigger g_highAlarm{7, 1, 0.0f};
 // The part of the swing, from the bottom, above which the alarm is raised.
 constexpr float g_highAlarmLevel = 0.8f;
 
-std::uint64_t findChannel(cdsapi::CdsAccessor& client, const SimulatedChannel& channel)
+constexpr const char* g_statusChannel = "PowerDistribution.Status.OperatingStatus";
+
+std::uint64_t findChannel(cdsapi::CdsAccessor& client, const std::string& device, const std::string& channel)
 {
     try {
-        const std::uint64_t device = client.getDeviceByName(channel.device);
-        const std::uint64_t id = client.getChannelId(device, channel.channel);
+        const std::uint64_t id = client.getChannelId(client.getDeviceByName(device), channel);
         if (id != 0) {
             return id;
         }
     } catch (const std::exception&) {
     }
-    throw std::runtime_error("simulator: no channel \"" + channel.channel + "\" on device \"" + channel.device
+    throw std::runtime_error("simulator: no channel \"" + channel + "\" on device \"" + device
                              + "\" in the data store");
+}
+
+std::shared_ptr<spdlog::logger> logger()
+{
+    return logging::getLogger("orv-gw-modbusd");
+}
+
+// A failed write is logged and the demo goes on (a driver would not stop
+// either).
+bool writeChannel(std::uint64_t channel, const zu::CValue& value)
+{
+    try {
+        cdsapi::DataStore::instance().setChannelCValue(channel, value);
+        return true;
+    } catch (const std::exception& error) {
+        SPDLOG_LOGGER_ERROR(logger(), "simulator: {}", error.what());
+        return false;
+    }
 }
 
 } // namespace
@@ -40,7 +61,11 @@ Simulator::Simulator(const SimulatorSettings& settings)
 {
     cdsapi::CdsAccessor client("orv-gw-modbusd-simulator", true);
     for (const SimulatedChannel& channel : settings.channels) {
-        m_targets.push_back({findChannel(client, channel), channel.minimum, channel.maximum});
+        m_targets.push_back({findChannel(client, channel.device, channel.channel), channel.minimum, channel.maximum});
+    }
+    if (settings.powerDistribution) {
+        m_pendingServiceChannel = findChannel(client, settings.powerDistribution->device, g_statusChannel);
+        m_serviceStart = Clock::now() + settings.powerDistribution->inServiceAfter;
     }
     m_thread = std::jthread([this](std::stop_token stop) { run(std::move(stop)); });
 }
@@ -48,12 +73,30 @@ Simulator::Simulator(const SimulatorSettings& settings)
 void Simulator::run(std::stop_token stop)
 {
     std::unique_lock lock(m_mutex);
-    for (unsigned tick = 1;; ++tick) {
-        m_wake.wait_for(lock, stop, m_period, [] { return false; });
+    auto nextStep = Clock::now() + m_period;
+    for (unsigned tick = 1;;) {
+        const auto wakeAt = m_pendingServiceChannel ? std::min(nextStep, m_serviceStart) : nextStep;
+        m_wake.wait_until(lock, stop, wakeAt, [] { return false; });
         if (stop.stop_requested()) {
             return;
         }
-        step(tick);
+        const auto now = Clock::now();
+        if (m_pendingServiceChannel && now >= m_serviceStart) {
+            putServiceInService();
+        }
+        if (now >= nextStep) {
+            step(tick++);
+            nextStep += m_period;
+        }
+    }
+}
+
+void Simulator::putServiceInService()
+{
+    const std::uint64_t channel = *m_pendingServiceChannel;
+    m_pendingServiceChannel.reset();
+    if (writeChannel(channel, zu::CValue(static_cast<std::uint32_t>(common::service::OperatingStatus::Running)))) {
+        SPDLOG_LOGGER_INFO(logger(), "simulator: the power-distribution service runs");
     }
 }
 
@@ -61,18 +104,14 @@ void Simulator::run(std::stop_token stop)
 // the default period, phases spread so that they do not move in step.
 void Simulator::step(unsigned tick)
 {
-    auto& store = cdsapi::DataStore::instance();
     for (std::size_t i = 0; i < m_targets.size(); ++i) {
         const Target& target = m_targets[i];
         const double angle = 2.0 * std::numbers::pi * ((tick % g_ticksPerTurn) / double(g_ticksPerTurn) + i / 7.0);
         const double middle = (target.minimum + target.maximum) / 2.0;
         const double amplitude = (target.maximum - target.minimum) / 2.0;
         const auto value = static_cast<float>(std::round((middle + amplitude * std::sin(angle)) * 100.0) / 100.0);
-        try {
-            store.setChannelCValue(target.channelId, zu::CValue(value));
+        if (writeChannel(target.channelId, zu::CValue(value))) {
             followAlarm(target, value);
-        } catch (const std::exception& error) {
-            SPDLOG_LOGGER_ERROR(logging::getLogger("orv-gw-modbusd"), "simulator: {}", error.what());
         }
     }
 }
@@ -83,13 +122,17 @@ void Simulator::step(unsigned tick)
 void Simulator::followAlarm(const Target& target, float value)
 {
     auto& store = cdsapi::DataStore::instance();
-    if (!store.getChannelAlarmEnabled(target.channelId)) {
-        return;
-    }
-    if (value >= target.minimum + g_highAlarmLevel * (target.maximum - target.minimum)) {
-        store.raiseAlarm(target.channelId, zu::CAlarmTrigger{g_highAlarm.code, g_highAlarm.flag, target.maximum});
-    } else {
-        store.clearAlarm(target.channelId, g_highAlarm);
+    try {
+        if (!store.getChannelAlarmEnabled(target.channelId)) {
+            return;
+        }
+        if (value >= target.minimum + g_highAlarmLevel * (target.maximum - target.minimum)) {
+            store.raiseAlarm(target.channelId, zu::CAlarmTrigger{g_highAlarm.code, g_highAlarm.flag, target.maximum});
+        } else {
+            store.clearAlarm(target.channelId, g_highAlarm);
+        }
+    } catch (const std::exception& error) {
+        SPDLOG_LOGGER_ERROR(logger(), "simulator: {}", error.what());
     }
 }
 

@@ -38,6 +38,9 @@ int main(int argc, char** argv)
             std::cout << "configuration OK" << std::endl;
             return 0;
         }
+        if (commandLine.action == CommandLine::Action::Export) {
+            return daemon.exportMap(std::cout, std::cerr);
+        }
         return daemon.run();
     } catch (const std::exception& error) {
         std::cerr << program << ": " << error.what() << "\n";

@@ -2,6 +2,7 @@
 // client's notification thread delivering the changes.
 #include "CdsStoreTest.h"
 #include "LogCapture.h"
+#include "NamedParameter.h"
 #include "ValueLog.h"
 
 #include <orv/modbus/cds/CdsChannelAccessor.h>
@@ -374,6 +375,7 @@ TEST_F(CdsChannelAccessorTest, DestructionReleasesWatchesOfEarlierDevicesToo)
 }
 
 struct AlarmCase {
+    const char* name;
     DataType type;
     zu::CValue initial;
     zu::CValue written;
@@ -390,11 +392,13 @@ cdsapi::ChannelAlarmSettings changed(const std::function<void(cdsapi::ChannelAla
     return settings;
 }
 
+using orv::test::PrintTo;
+
 class AlarmSettingsByDataType : public CdsChannelAccessorTest, public ::testing::WithParamInterface<AlarmCase> {};
 
 TEST_P(AlarmSettingsByDataType, AreReadAndWritten)
 {
-    const auto& [type, initial, written, expected] = GetParam();
+    const auto& [name, type, initial, written, expected] = GetParam();
     store().setChannelAlarmSettings(m_channel, g_initialAlarm);
     Accessor accessor(m_device, "Voltage", type);
     ValueLog log;
@@ -415,23 +419,23 @@ TEST_P(AlarmSettingsByDataType, AreReadAndWritten)
 INSTANTIATE_TEST_SUITE_P(
     EachType, AlarmSettingsByDataType,
     ::testing::Values(
-        AlarmCase{DataType::AlarmEnabled, zu::CValue(false), zu::CValue(true),
+        AlarmCase{"AlarmEnabled", DataType::AlarmEnabled, zu::CValue(false), zu::CValue(true),
                   changed([](auto& s) { s.enabled = true; })},
-        AlarmCase{DataType::AlarmTriggerThreshold0, zu::CValue(1.0f), zu::CValue(10.0f),
+        AlarmCase{"AlarmTriggerThreshold0", DataType::AlarmTriggerThreshold0, zu::CValue(1.0f), zu::CValue(10.0f),
                   changed([](auto& s) { s.thresholds[0] = 10.0f; })},
-        AlarmCase{DataType::AlarmTriggerThreshold1, zu::CValue(2.0f), zu::CValue(11.0f),
+        AlarmCase{"AlarmTriggerThreshold1", DataType::AlarmTriggerThreshold1, zu::CValue(2.0f), zu::CValue(11.0f),
                   changed([](auto& s) { s.thresholds[1] = 11.0f; })},
-        AlarmCase{DataType::AlarmTriggerThreshold2, zu::CValue(3.0f), zu::CValue(12.0f),
+        AlarmCase{"AlarmTriggerThreshold2", DataType::AlarmTriggerThreshold2, zu::CValue(3.0f), zu::CValue(12.0f),
                   changed([](auto& s) { s.thresholds[2] = 12.0f; })},
-        AlarmCase{DataType::AlarmTriggerThreshold3, zu::CValue(4.0f), zu::CValue(13.0f),
+        AlarmCase{"AlarmTriggerThreshold3", DataType::AlarmTriggerThreshold3, zu::CValue(4.0f), zu::CValue(13.0f),
                   changed([](auto& s) { s.thresholds[3] = 13.0f; })},
-        AlarmCase{DataType::AlarmTriggerThresholdEnabled, zu::CValue(false), zu::CValue(true),
+        AlarmCase{"AlarmTriggerThresholdEnabled", DataType::AlarmTriggerThresholdEnabled, zu::CValue(false), zu::CValue(true),
                   changed([](auto& s) { s.thresholdEnabled = true; })},
-        AlarmCase{DataType::AlarmHysteresis, zu::CValue(0.5f), zu::CValue(1.5f),
+        AlarmCase{"AlarmHysteresis", DataType::AlarmHysteresis, zu::CValue(0.5f), zu::CValue(1.5f),
                   changed([](auto& s) { s.hysteresis = 1.5f; })},
-        AlarmCase{DataType::AlarmLevel, zu::CValue(std::int32_t{2}), zu::CValue(std::int32_t{4}),
+        AlarmCase{"AlarmLevel", DataType::AlarmLevel, zu::CValue(std::int32_t{2}), zu::CValue(std::int32_t{4}),
                   changed([](auto& s) { s.level = cdsapi::LevelAlarm::Critical; })}),
-    [](const auto& info) { return std::to_string(static_cast<std::uint32_t>(info.param.type)); });
+    orv::test::g_byName);
 
 TEST_F(CdsChannelAccessorTest, WritesConvertTheValueToTheSettingsKind)
 {

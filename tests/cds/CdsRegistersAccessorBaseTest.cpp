@@ -1,6 +1,7 @@
 // What every register accessor over one data point shares, checked through
 // one of them, or through each kind where every kind does it on its own.
 #include "FakeCdsDataAccessor.h"
+#include "NamedParameter.h"
 #include "PublishedWords.h"
 
 #include <orv/modbus/cds/CdsBooleanToOneRegisterAccessor.h>
@@ -104,12 +105,14 @@ TEST(CdsRegistersAccessorBaseTest, NewCallbackReplacesTheOldOne)
 // One kind of register accessor over a data point that is missing from the
 // data store.
 struct MissingDataPoint {
-    const char* kind;
+    const char* name;
     zu::CValue value;
     std::function<std::unique_ptr<RegistersDataAccessor>(CdsDataAccessor*)> make;
     // What a client writes.
     std::vector<uint16_t> words;
 };
+
+using orv::test::PrintTo;
 
 class CdsRegistersAccessorKindTest : public ::testing::TestWithParam<MissingDataPoint> {};
 
@@ -147,7 +150,7 @@ INSTANTIATE_TEST_SUITE_P(
         MissingDataPoint{"Uint32", zu::CValue(std::uint32_t{5}), after<CdsUint32Accessor>(), {0, 1}},
         MissingDataPoint{"Uint32ToOneRegister", zu::CValue(std::uint32_t{1}),
                          after<CdsUint32ToOneRegisterAccessor>(1.0f), {1}}),
-    [](const ::testing::TestParamInfo<MissingDataPoint>& info) { return std::string(info.param.kind); });
+    orv::test::g_byName);
 
 } // namespace
 } // namespace orv::modbus::cds::test

@@ -2,6 +2,7 @@
 // port, with a non-zero status and a message naming the file and the key.
 
 #include "ChildProcess.h"
+#include "DaemonFilesTest.h"
 #include "FreePort.h"
 
 #include <gtest/gtest.h>
@@ -16,26 +17,8 @@ using orv::test::ChildProcess;
 
 constexpr const char* g_loopbackUnit = R"([{"unitId": 1, "map": "demo", "allowedAddresses": ["^127\\.0\\.0\\.1$"]}])";
 
-class DaemonConfigErrorTest : public ::testing::Test {
+class DaemonConfigErrorTest : public orv::test::DaemonFilesTest {
 protected:
-    void SetUp() override
-    {
-        m_dir = std::filesystem::temp_directory_path()
-                / ("orv-daemon-config-" + std::to_string(::getpid()) + "-"
-                   + ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::create_directories(m_dir);
-        m_port = orv::test::freeTcpPort();
-    }
-
-    void TearDown() override { std::filesystem::remove_all(m_dir); }
-
-    std::string write(const std::string& name, const std::string& text)
-    {
-        const auto path = m_dir / name;
-        std::ofstream(path) << text;
-        return path.string();
-    }
-
     // A good configuration, but for the units, plug-in or seed given.
     std::string config(const std::string& tcpUnits = g_loopbackUnit,
                        const std::string& plugin = ORV_DEMO_PLUGIN, const std::string& seed = ORV_DEMO_SEED)
@@ -48,22 +31,6 @@ protected:
                    "dataStore": {"seedFile": ")"
                + seed + R"("}})";
     }
-
-    // Runs the daemon on `configPath`; expects it to fail before listening
-    // and returns its standard error.
-    std::string runExpectingFailure(const std::string& configPath)
-    {
-        ChildProcess daemon(ORV_DAEMON_BINARY, {"--config", configPath, "--tcp-port", std::to_string(m_port)});
-        const auto status = daemon.waitForExit(20s);
-        EXPECT_TRUE(status.has_value()) << "the daemon did not stop on a bad configuration";
-        EXPECT_NE(status.value_or(0), 0);
-        EXPECT_EQ(daemon.standardOutput().find("serving"), std::string::npos) << daemon.standardOutput();
-        EXPECT_FALSE(orv::test::isListening(m_port));
-        return daemon.standardError();
-    }
-
-    std::filesystem::path m_dir;
-    std::uint16_t m_port = 0;
 };
 
 TEST_F(DaemonConfigErrorTest, GoodConfigurationIsAccepted)

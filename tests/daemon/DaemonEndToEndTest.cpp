@@ -3,6 +3,7 @@
 
 #include "ChildProcess.h"
 #include "FreePort.h"
+#include "Mbpoll.h"
 #include "WaitUntil.h"
 
 #include <gtest/gtest.h>
@@ -32,16 +33,9 @@ protected:
     // the values it printed, by reference.
     std::map<int, std::string> mbpoll(const std::string& arguments)
     {
-        const std::string command = "mbpoll -m tcp -a 1 -p " + std::to_string(m_port) + " -0 -1 -o 2 " + arguments;
-        int status = -1;
-        const std::string output = orv::test::runAndCapture(command, 10s, &status);
-        EXPECT_EQ(status, 0) << command << "\n" << output;
-        std::map<int, std::string> values;
-        static const std::regex g_line(R"(\[(\d+)\]:\s+(\S+))");
-        for (auto it = std::sregex_iterator(output.begin(), output.end(), g_line); it != std::sregex_iterator(); ++it) {
-            values[std::stoi((*it)[1])] = (*it)[2];
-        }
-        return values;
+        const auto result = orv::test::runMbpoll(m_port, 1, arguments);
+        EXPECT_EQ(result.status, 0) << arguments << "\n" << result.output;
+        return result.values;
     }
 
     // `count` registers from `reference` as text, two characters each.

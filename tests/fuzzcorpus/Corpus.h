@@ -1,11 +1,11 @@
 #pragma once
-// Replays the committed corpus of one fuzz target (fuzz/corpus/<target>/)
+// Replays the committed corpus of one fuzz target (tests/fuzz/corpus/<target>/)
 // through the same entry the libFuzzer program uses. Each input's name
 // starts with the outcome it must have, up to the first '-'
 // ("refused-tcp-fc23-read-write" must be refused); a broken invariant or an
 // unexpected exception fails the test too, naming the input.
 
-#include "../../fuzz/FuzzFailure.h"
+#include "FuzzFailure.h"
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,7 @@ struct CorpusInput {
 
 inline std::vector<CorpusInput> loadCorpus(const std::string& target)
 {
-    const auto folder = (std::filesystem::path(ORV_TEST_SOURCE_DIR) / ".." / ".." / "fuzz" / "corpus" / target)
+    const auto folder = (std::filesystem::path(ORV_TEST_SOURCE_DIR) / ".." / "fuzz" / "corpus" / target)
                             .lexically_normal();
     std::vector<CorpusInput> inputs;
     for (const auto& file : std::filesystem::directory_iterator(folder)) {

@@ -1,6 +1,6 @@
 #include "Corpus.h"
 
-#include "../../fuzz/DeserializerTarget.h"
+#include "DeserializerTarget.h"
 
 #include <gtest/gtest.h>
 

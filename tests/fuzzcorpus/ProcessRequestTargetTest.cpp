@@ -1,6 +1,6 @@
 #include "Corpus.h"
 
-#include "../../fuzz/ProcessRequestTarget.h"
+#include "ProcessRequestTarget.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "Corpus.h"
 
-#include "../../fuzz/SeedLoaderTarget.h"
+#include "SeedLoaderTarget.h"
 
 #include <gtest/gtest.h>
 

@@ -56,12 +56,7 @@ std::vector<uint8_t> ModbusWire::exchange(ModbusMap& map, const std::vector<uint
                                           bool* processed)
 {
     const uint16_t transactionId = ++m_transactionId;
-    std::vector<uint8_t> frame;
-    appendWord(frame, transactionId);
-    appendWord(frame, 0);
-    appendWord(frame, static_cast<uint16_t>(pdu.size() + 1));
-    frame.push_back(g_unitId);
-    frame.insert(frame.end(), pdu.begin(), pdu.end());
+    const std::vector<uint8_t> frame = orv::test::ModbusSocketPair::tcpFrame(transactionId, g_unitId, pdu);
     if (send(m_sockets.clientSocket(), frame.data(), frame.size(), 0) != static_cast<ssize_t>(frame.size())) {
         throw std::runtime_error("sending the request failed");
     }

@@ -9,6 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <string>
+
 namespace orv::modbus::test {
 namespace {
 
@@ -111,9 +115,18 @@ TEST_P(FlagOrderTest, FlagsReachProcessRequestCrossed)
     EXPECT_EQ(calls[0].addressShift, addressShift);
 }
 
+// Names an instance after the one flag it sets.
+std::string nameOfTheFlagSet(const ::testing::TestParamInfo<std::array<bool, 3>>& info)
+{
+    const std::array<const char*, 3> names{"AddressShift", "ReadOnly", "SkipReadChecks"};
+    const auto set = std::find(info.param.begin(), info.param.end(), true);
+    return names[static_cast<std::size_t>(set - info.param.begin())];
+}
+
 INSTANTIATE_TEST_SUITE_P(EachFlagAlone, FlagOrderTest,
                          ::testing::Values(std::array{true, false, false}, std::array{false, true, false},
-                                           std::array{false, false, true}));
+                                           std::array{false, false, true}),
+                         nameOfTheFlagSet);
 
 TEST(ModbusMapsConfigurationTest, OneSettingsMayServeSeveralUnitsAndBothTables)
 {

@@ -3,7 +3,9 @@
 // it after TcpFrontEnd::g_requestTimeLimit.
 
 #include "LogCapture.h"
+#include "ModbusSocketPair.h"
 #include "ModbusTcpClient.h"
+#include "NamedParameter.h"
 #include "RawTcpClient.h"
 #include "RequestLength.h"
 #include "SpyMap.h"
@@ -53,44 +55,32 @@ constexpr auto g_requestTimeLimitWithSlack =
 class LibmodbusReader {
 public:
     LibmodbusReader()
-        : m_pContext(modbus_new_tcp("127.0.0.1", 502))
     {
-        socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, m_fds);
-        modbus_set_socket(m_pContext, m_fds[0]);
         // A byte that never comes shows as a timeout, and soon.
-        modbus_set_byte_timeout(m_pContext, 0, 10000);
+        modbus_set_byte_timeout(m_wire.server(), 0, 10000);
     }
-    ~LibmodbusReader()
-    {
-        modbus_free(m_pContext);
-        close(m_fds[0]);
-        close(m_fds[1]);
-    }
-    LibmodbusReader(const LibmodbusReader&) = delete;
-    LibmodbusReader& operator=(const LibmodbusReader&) = delete;
 
     // modbus_receive's result once `count` bytes of `bytes` were written;
     // errno tells its error.
     int receive(const Bytes& bytes, std::size_t count)
     {
-        if (write(m_fds[1], bytes.data(), count) != static_cast<ssize_t>(count)) {
+        if (write(m_wire.clientSocket(), bytes.data(), count) != static_cast<ssize_t>(count)) {
             return -2;
         }
         std::uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH] = {};
-        return modbus_receive(m_pContext, query);
+        return modbus_receive(m_wire.server(), query);
     }
 
     // Bytes libmodbus left unread.
     std::size_t leftOver() const
     {
         std::uint8_t rest[512];
-        const ssize_t count = recv(m_fds[0], rest, sizeof(rest), MSG_DONTWAIT);
+        const ssize_t count = recv(m_wire.serverSocket(), rest, sizeof(rest), MSG_DONTWAIT);
         return count > 0 ? static_cast<std::size_t>(count) : 0;
     }
 
 private:
-    modbus_t* m_pContext;
-    int m_fds[2] = {-1, -1};
+    orv::test::ModbusSocketPair m_wire;
 };
 
 // A request for unit 1 with `function`, whose byte counts (where the writes
@@ -210,16 +200,8 @@ private:
     std::jthread m_thread;
 };
 
-// Names the instances of a parameterised test after their parameter's name,
-// and prints the parameter as that name.
-const auto g_byName = [](const auto& info) { return info.param.name; };
-
-template <class Parameter>
-    requires requires(const Parameter& parameter) { parameter.name; }
-void PrintTo(const Parameter& parameter, std::ostream* stream)
-{
-    *stream << parameter.name;
-}
+using orv::test::g_byName;
+using orv::test::PrintTo;
 
 // Read holding registers 0-1 of unit 1, the MBAP header saying so.
 const Bytes g_readFrame = RawTcpClient::readHoldingFrame(1, 0, 2);

@@ -258,9 +258,10 @@ TEST(ModbusServerTest, ClientSilentForExactlyTheIdleLimitIsStillActive)
     // accepts it and in the pass that serves its request: it must be
     // answered. Only a later pass, silent for more than 0, closes it.
     std::uint16_t port = 0;
-    auto server = makeTcpServer(port);
-    server->setIdleLimit(0s);
-    server->run(servingUnitOne(makeSpyMap()));
+    auto frontEnd = makeTcpFrontEnd(port);
+    frontEnd->setIdleLimit(0s);
+    const ServedTcpFrontEnd served(std::move(frontEnd), servingUnitOne(makeSpyMap()).tcpMaps,
+                                   std::make_shared<CountingStatistics>());
     ModbusTcpClient client("127.0.0.1", port, 1);
     ASSERT_TRUE(client.connected());
     EXPECT_TRUE(client.readHolding(0, 1).has_value());

@@ -1,7 +1,8 @@
 #pragma once
 // An in-memory data interface for map entries: it holds a value, records
 // every setData call, and lets a test fire the entry's callback as a
-// data-store notification would.
+// data-store notification would. The one fake accessor of the tests, the
+// test plug-ins, the fuzz targets and the benchmarks.
 
 #include <orv/modbus/DiscretesDataAccessor.h>
 
@@ -41,8 +42,10 @@ public:
         if (m_onSetData) {
             m_onSetData(data);
         }
-        std::lock_guard lock(m_mutex);
-        m_written.push_back(data);
+        if (m_keepWrites) {
+            std::lock_guard lock(m_mutex);
+            m_written.push_back(data);
+        }
     }
 
     Values getData() const override
@@ -104,6 +107,12 @@ public:
         m_onSetData = std::move(hook);
     }
 
+    // Benchmarks keep no record, so that a long run costs no memory.
+    void keepWrites(bool keep)
+    {
+        m_keepWrites = keep;
+    }
+
     int setCallbackCalls() const
     {
         return m_setCallbackCalls;
@@ -118,6 +127,7 @@ private:
     Callback m_callback;
     std::function<void(const Values&)> m_onSetData;
     int m_setCallbackCalls = 0;
+    bool m_keepWrites = true;
     bool* m_pDestroyed;
 };
 

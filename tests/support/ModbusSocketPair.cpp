@@ -12,7 +12,7 @@ void ModbusSocketPair::ContextDeleter::operator()(modbus_t* context) const
     modbus_free(context);
 }
 
-ModbusSocketPair::ModbusSocketPair()
+ModbusSocketPair::ModbusSocketPair(Framing framing)
 {
     int sockets[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) {
@@ -21,8 +21,8 @@ ModbusSocketPair::ModbusSocketPair()
     m_serverSocket = sockets[0];
     m_clientSocket = sockets[1];
     try {
-        m_pServer = contextOn(m_serverSocket);
-        m_pClient = contextOn(m_clientSocket);
+        m_pServer = contextOn(m_serverSocket, framing);
+        m_pClient = contextOn(m_clientSocket, framing);
     } catch (...) {
         close(m_serverSocket);
         close(m_clientSocket);
@@ -56,9 +56,25 @@ int ModbusSocketPair::clientSocket() const
     return m_clientSocket;
 }
 
-ModbusSocketPair::Context ModbusSocketPair::contextOn(int socket)
+std::vector<uint8_t> ModbusSocketPair::tcpFrame(uint16_t transactionId, uint8_t unitId,
+                                                const std::vector<uint8_t>& pdu)
 {
-    Context context(modbus_new_tcp("127.0.0.1", MODBUS_TCP_DEFAULT_PORT));
+    const auto length = static_cast<uint16_t>(pdu.size() + 1);
+    std::vector<uint8_t> frame{static_cast<uint8_t>(transactionId >> 8),
+                               static_cast<uint8_t>(transactionId & 0xff),
+                               0,
+                               0,
+                               static_cast<uint8_t>(length >> 8),
+                               static_cast<uint8_t>(length & 0xff),
+                               unitId};
+    frame.insert(frame.end(), pdu.begin(), pdu.end());
+    return frame;
+}
+
+ModbusSocketPair::Context ModbusSocketPair::contextOn(int socket, Framing framing)
+{
+    Context context(framing == Framing::Rtu ? modbus_new_rtu("/dev/null", 19200, 'N', 8, 1)
+                                            : modbus_new_tcp("127.0.0.1", MODBUS_TCP_DEFAULT_PORT));
     if (!context || modbus_set_socket(context.get(), socket) != 0) {
         throw std::runtime_error("cannot create a libmodbus context");
     }

@@ -5,8 +5,6 @@
 
 #include <utility>
 
-#include <cxxtools/serializationinfo.h>
-
 namespace orv::modbus {
 
 Discretes::Discretes(uint16_t address, DiscretesDataAccessor* accessor, bool writable, const std::string& name,
@@ -62,13 +60,6 @@ void Discretes::updateDataInAccessor()
     if (m_writable && isMapped()) {
         m_pAccessor->setData(getValue());
     }
-}
-
-void Discretes::fillSerializationInfo(cxxtools::SerializationInfo& si) const
-{
-    ModbusMapEntry::fillSerializationInfo(si);
-    si.addMember("status to 0") <<= m_statusTo0Text;
-    si.addMember("status to 1") <<= m_statusTo1Text;
 }
 
 std::vector<uint8_t> Discretes::getValue() const

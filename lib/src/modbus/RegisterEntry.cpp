@@ -9,8 +9,6 @@
 
 #include <utility>
 
-#include <cxxtools/serializationinfo.h>
-
 namespace orv::modbus {
 
 template <class Tables>
@@ -83,13 +81,6 @@ void RegisterEntry<Tables>::updateDataInAccessor()
     if constexpr (Tables::g_mirrorAfterClientWrite) {
         setValue(words);
     }
-}
-
-template <class Tables>
-void RegisterEntry<Tables>::fillSerializationInfo(cxxtools::SerializationInfo& si) const
-{
-    ModbusMapEntry::fillSerializationInfo(si);
-    si.addMember("unit") <<= m_unit;
 }
 
 template <class Tables>

@@ -1,11 +1,11 @@
 // A well-formed map plug-in: one holding register whose value never changes.
 
-#include "FixedAccessor.h"
+#include "FakeRegistersAccessor.h"
 
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/ModbusMap.h>
 
-using orv::modbus::test::FixedAccessor;
+using orv::test::FakeRegistersAccessor;
 
 extern "C" {
 
@@ -17,8 +17,8 @@ orv::modbus::ModbusMap* createMap()
     ++createMapCalls;
     return new orv::modbus::ModbusMap(
         "plugin-map",
-        {new orv::modbus::HoldingRegisters(0, new FixedAccessor({0x002a}, "constant", "42"), false, "answer",
-                                           "the answer", "")},
+        {new orv::modbus::HoldingRegisters(0, new FakeRegistersAccessor(1, {0x002a}), false, "answer", "the answer",
+                                           "")},
         nullptr, orv::modbus::ByteOrder::ABCD);
 }
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the committed seed corpus of the fuzz targets to fuzz/corpus/.
+"""Writes the committed seed corpus of the fuzz targets to tests/fuzz/corpus/.
 
 Each file name starts with the outcome the replay test (tests/fuzzcorpus)
 expects, up to the first '-': for processRequest the outcome of each frame

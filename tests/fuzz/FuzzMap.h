@@ -7,8 +7,8 @@
 // with the wrong number of words, or a table that no longer matches what
 // was last pushed to its accessor.
 
+#include "FakeRegistersAccessor.h"
 #include "FuzzFailure.h"
-#include "RecordingAccessor.h"
 #include "TableProbe.h"
 
 #include <orv/modbus/Discretes.h>
@@ -23,11 +23,19 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <modbus/modbus.h>
 
 namespace orv::modbus::fuzz {
+
+// The entries' accessors hold a fixed value, record every write a request
+// pushes to them and never report a change of their own, so that whatever
+// the tables hold was put there by the map or by a request.
+using orv::test::FakeAccessor;
+using orv::test::FakeDiscretesAccessor;
+using orv::test::FakeRegistersAccessor;
 
 class FuzzMap {
 public:
@@ -40,7 +48,7 @@ public:
         for (const auto& layout : g_layouts) {
             entries.push_back(makeEntry(layout));
         }
-        auto probeAccessor = std::make_shared<RecordingRegistersAccessor>(initialWords(g_probeAddress, 2), true);
+        auto probeAccessor = fake<FakeRegistersAccessor>(initialWords(g_probeAddress, 2), true);
         m_slots.push_back({{ModbusMapEntry::g_typeRegisters, g_probeAddress, 2, false, true}, probeAccessor, {}});
         m_pProbe = new TableProbe(g_probeAddress, probeAccessor, false, "probe", "", "");
         entries.push_back(m_pProbe);
@@ -72,8 +80,8 @@ private:
 
     struct Slot {
         EntryLayout layout;
-        std::shared_ptr<RecordingRegistersAccessor> registers;
-        std::shared_ptr<RecordingDiscretesAccessor> discretes;
+        std::shared_ptr<FakeRegistersAccessor> registers;
+        std::shared_ptr<FakeDiscretesAccessor> discretes;
     };
 
     static constexpr int g_discrete = ModbusMapEntry::g_typeDiscretes;
@@ -111,17 +119,23 @@ private:
         return words;
     }
 
+    template <class Accessor, class Values>
+    static std::shared_ptr<Accessor> fake(Values initial, bool available)
+    {
+        auto accessor = std::make_shared<Accessor>(static_cast<uint16_t>(initial.size()), std::move(initial));
+        accessor->setAvailable(available);
+        return accessor;
+    }
+
     ModbusMapEntry* makeEntry(const EntryLayout& layout)
     {
         const std::string name = "entry" + std::to_string(layout.type) + "-" + std::to_string(layout.address);
         if (layout.type == g_discrete) {
-            auto accessor = std::make_shared<RecordingDiscretesAccessor>(std::vector<uint8_t>(layout.size, 1),
-                                                                         layout.available);
+            auto accessor = fake<FakeDiscretesAccessor>(std::vector<uint8_t>(layout.size, 1), layout.available);
             m_slots.push_back({layout, {}, accessor});
             return new Discretes(layout.address, accessor, layout.writable, name, "", "on", "off");
         }
-        auto accessor = std::make_shared<RecordingRegistersAccessor>(initialWords(layout.address, layout.size),
-                                                                     layout.available);
+        auto accessor = fake<FakeRegistersAccessor>(initialWords(layout.address, layout.size), layout.available);
         m_slots.push_back({layout, accessor, {}});
         if (layout.type == g_input) {
             return new Registers(layout.address, accessor, layout.writable, name, "", "");
@@ -177,11 +191,11 @@ private:
     }
 
     template <class Word, class Interface>
-    void checkWrites(const RecordingAccessor<Word, Interface>& accessor, const EntryLayout& layout,
+    void checkWrites(const FakeAccessor<Word, Interface>& accessor, const EntryLayout& layout,
                      const std::vector<Word>& written, const std::vector<std::vector<Word>>& untouched) const
     {
         const std::string where = "entry of kind " + std::to_string(layout.type) + " at " + std::to_string(layout.address);
-        const auto& writes = accessor.writes();
+        const auto writes = accessor.written();
         require(writes.empty() || (layout.writable && layout.available && !m_readOnly),
                 where + " got a write although it must refuse it");
         for (const auto& write : writes) {
@@ -189,7 +203,7 @@ private:
         }
         if (writes.empty()) {
             for (const auto& copy : untouched) {
-                require(copy == accessor.initial(), where + " changed in the tables without a write");
+                require(copy == accessor.getData(), where + " changed in the tables without a write");
             }
             return;
         }

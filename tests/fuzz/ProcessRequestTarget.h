@@ -17,15 +17,12 @@
 
 #include "FuzzFailure.h"
 #include "FuzzMap.h"
+#include "ModbusSocketPair.h"
 
-#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -70,47 +67,17 @@ private:
         bool rawRtu() const { return bits & 0x10; }
     };
 
-    struct ContextDeleter {
-        void operator()(modbus_t* ctx) const { modbus_free(ctx); }
-    };
-
-    // Both ends of a socket pair, closed together.
-    struct SocketPair {
-        int server = -1;
-        int client = -1;
-        SocketPair()
-        {
-            int sockets[2];
-            if (socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) {
-                throw std::runtime_error("socketpair failed");
-            }
-            server = sockets[0];
-            client = sockets[1];
-        }
-        ~SocketPair()
-        {
-            close(server);
-            close(client);
-        }
-        SocketPair(const SocketPair&) = delete;
-        SocketPair& operator=(const SocketPair&) = delete;
-    };
-
     explicit ProcessRequestTarget(Flags flags)
         : m_flags(flags)
         , m_map(flags.readOnly())
-        , m_pContext(flags.rtu() ? modbus_new_rtu("/dev/null", 19200, 'N', 8, 1)
-                                 : modbus_new_tcp("127.0.0.1", MODBUS_TCP_DEFAULT_PORT))
+        , m_wire(flags.rtu() ? orv::test::ModbusSocketPair::Framing::Rtu : orv::test::ModbusSocketPair::Framing::Tcp)
     {
-        if (!m_pContext || modbus_set_socket(m_pContext.get(), m_sockets.server) != 0) {
-            throw std::runtime_error("cannot create a libmodbus context");
-        }
         // Every byte is sent before the first receive, so nothing is worth
         // waiting for; libmodbus also sleeps the response timeout before
         // some exception replies.
-        modbus_set_indication_timeout(m_pContext.get(), 0, 1);
-        modbus_set_byte_timeout(m_pContext.get(), 0, 1);
-        modbus_set_response_timeout(m_pContext.get(), 0, 1);
+        modbus_set_indication_timeout(m_wire.server(), 0, 1);
+        modbus_set_byte_timeout(m_wire.server(), 0, 1);
+        modbus_set_response_timeout(m_wire.server(), 0, 1);
     }
 
     // The standard Modbus RTU CRC, low byte first on the wire.
@@ -132,13 +99,13 @@ private:
         if (m_flags.rtu() && !stream.empty()) {
             // libmodbus drops RTU frames for other unit ids before checking
             // them; the server itself picks its map by unit id.
-            modbus_set_slave(m_pContext.get(), stream[0] <= 247 ? stream[0] : 0);
+            modbus_set_slave(m_wire.server(), stream[0] <= 247 ? stream[0] : 0);
         }
         // What does not fit into the socket's buffer is simply not sent.
         if (!stream.empty()) {
-            (void)::send(m_sockets.client, stream.data(), stream.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+            (void)::send(m_wire.clientSocket(), stream.data(), stream.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         }
-        shutdown(m_sockets.client, SHUT_WR);
+        shutdown(m_wire.clientSocket(), SHUT_WR);
     }
 
     std::vector<Outcome> answerFrames()
@@ -146,12 +113,12 @@ private:
         std::vector<Outcome> outcomes;
         for (int frame = 0; frame < (m_flags.rtu() ? 1 : g_maxFrames) && bytesLeft(); ++frame) {
             uint8_t query[MODBUS_MAX_ADU_LENGTH] = {};
-            const int length = modbus_receive(m_pContext.get(), query);
+            const int length = modbus_receive(m_wire.server(), query);
             if (length <= 0) {
                 outcomes.push_back(Outcome::Dropped);
                 break;
             }
-            const bool answered = m_map.map().processRequest(m_pContext.get(), query, static_cast<unsigned>(length),
+            const bool answered = m_map.map().processRequest(m_wire.server(), query, static_cast<unsigned>(length),
                                                              m_flags.skipReadChecks(), m_flags.readOnly(),
                                                              m_flags.addressShift());
             outcomes.push_back(answered ? Outcome::Answered : Outcome::Refused);
@@ -165,7 +132,7 @@ private:
     bool bytesLeft() const
     {
         uint8_t byte = 0;
-        return recv(m_sockets.server, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
+        return recv(m_wire.serverSocket(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
     }
 
     // Everything the server end sent back so far.
@@ -174,7 +141,7 @@ private:
         std::vector<uint8_t> reply;
         uint8_t buffer[512];
         for (int chunk = 0; chunk < 64; ++chunk) {
-            const ssize_t received = recv(m_sockets.client, buffer, sizeof buffer, MSG_DONTWAIT);
+            const ssize_t received = recv(m_wire.clientSocket(), buffer, sizeof buffer, MSG_DONTWAIT);
             if (received <= 0) {
                 break;
             }
@@ -185,7 +152,7 @@ private:
 
     void checkReply(const uint8_t* query, bool answered, const std::vector<uint8_t>& reply) const
     {
-        const int header = modbus_get_header_length(m_pContext.get());
+        const int header = modbus_get_header_length(m_wire.server());
         const uint8_t function = query[header];
         if (reply.empty()) {
             // Only RTU stays silent, towards the broadcast address.
@@ -215,8 +182,7 @@ private:
 
     Flags m_flags;
     FuzzMap m_map;
-    SocketPair m_sockets;
-    std::unique_ptr<modbus_t, ContextDeleter> m_pContext;
+    orv::test::ModbusSocketPair m_wire;
 };
 
 } // namespace orv::modbus::fuzz
