@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <functional>
@@ -89,12 +90,15 @@ TEST_F(CdsAccessorTest, EveryCallbackOfAClientRunsOnItsOneThread)
     }
 }
 
-TEST_F(CdsAccessorTest, CallbacksArriveInTheOrderOfTheChanges)
+TEST_F(CdsAccessorTest, EveryChangeArrivesInOrderWhileTheSubscriberKeepsUp)
 {
     watchChannel(channel, channel_value_update);
     watchDevice(device, device_settings);
     constexpr std::uint32_t changes = 2000;
+    // Far fewer queued at a time than the backlog a client keeps exactly.
+    constexpr std::uint32_t burst = 20;
     std::vector<std::string> expected;
+    std::vector<std::string> seen;
     for (std::uint32_t i = 1; i <= changes; ++i) {
         if (i % 10 == 0) {
             store.setDeviceAttribute(device, DeviceAttribute::Description, std::to_string(i));
@@ -106,12 +110,80 @@ TEST_F(CdsAccessorTest, CallbacksArriveInTheOrderOfTheChanges)
             store.setChannelCValue(channel, zu::CValue(i));
             expected.push_back(text(15, channel) + "=" + std::to_string(i));
         }
+        if (i % burst == 0) {
+            for (const auto& entry : settleEntries()) {
+                seen.push_back(entry.value.is_valid() ? entry.text + "=" + entry.value.as_string() : entry.text);
+            }
+        }
     }
+    EXPECT_EQ(seen, expected);
+}
+
+// A subscriber far behind the writers: the queue keeps at most one value
+// notification per channel subscription beyond its exact backlog, delivers
+// in the order of the changes, drops no device notification and ends with
+// the last value of every channel.
+TEST_F(CdsAccessorTest, BacklogSupersedesQueuedValuesInOrderAndKeepsTheLastOne)
+{
+    std::vector<std::uint64_t> channels{channel};
+    for (int i = 1; i < 4; ++i) {
+        channels.push_back(store.addChannel(device, "extra" + std::to_string(i), zu::CValue(std::uint32_t{0})));
+    }
+    Gate entered;
+    Gate release;
+    std::uint64_t blockerId = 0;
+    const auto blocker = store.addChannel(device, "blocker", zu::CValue(false));
+    client->subscribeChannel(
+        blocker,
+        [&](std::uint64_t, const zu::CValue&) {
+            entered.open();
+            release.waitOpen();
+        },
+        channel_value_update, &blockerId);
+    for (const auto id : channels) {
+        watchChannel(id, channel_value_update);
+    }
+    watchDevice(device, device_settings);
+    store.setChannelCValue(blocker, zu::CValue(true));
+    ASSERT_TRUE(entered.waitOpen());
+
+    constexpr std::uint32_t changes = 100'000;
+    std::vector<std::string> expected;
+    for (std::uint32_t i = 1; i <= changes; ++i) {
+        if (i % 1000 == 0) {
+            store.setDeviceAttribute(device, DeviceAttribute::Description, std::to_string(i));
+            expected.push_back(text(3, device));
+        } else {
+            const auto id = channels[i % channels.size()];
+            store.setChannelCValue(id, zu::CValue(i));
+            expected.push_back(text(15, id) + "=" + std::to_string(i));
+        }
+    }
+    release.open();
     std::vector<std::string> seen;
     for (const auto& entry : settleEntries()) {
         seen.push_back(entry.value.is_valid() ? entry.text + "=" + entry.value.as_string() : entry.text);
     }
-    EXPECT_EQ(seen, expected);
+
+    const std::size_t deviceChanges = changes / 1000;
+    EXPECT_LE(seen.size(), DataStore::g_exactBacklog + channels.size() + deviceChanges);
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), text(3, device)), static_cast<long>(deviceChanges));
+    // In the order of the changes: a subsequence of them.
+    auto next = expected.begin();
+    for (const auto& notification : seen) {
+        next = std::find(next, expected.end(), notification);
+        ASSERT_NE(next, expected.end()) << notification << " out of order or never made";
+        ++next;
+    }
+    const auto lastOf = [](const std::vector<std::string>& notifications, std::uint64_t id) {
+        const std::string prefix = text(15, id) + "=";
+        const auto last = std::find_if(notifications.rbegin(), notifications.rend(),
+                                       [&](const std::string& notification) { return notification.rfind(prefix, 0) == 0; });
+        return last == notifications.rend() ? std::string() : *last;
+    };
+    for (const auto id : channels) {
+        EXPECT_EQ(lastOf(seen, id), lastOf(expected, id));
+    }
 }
 
 TEST_F(CdsAccessorTest, NoCallbackRunsAfterUnsubscribeReturnsEvenWithASlowCallbackRunning)

@@ -25,10 +25,13 @@ template <class Interface>
 void CdsConversionAccessorBase<Interface>::listenTo(CdsDataAccessor& accessor,
                                                     std::function<void(const zu::CValue&)> onChange)
 {
-    accessor.setUpdateCallback([listener = m_pListener, onChange = std::move(onChange)](const zu::CValue& value) {
-        std::lock_guard lock(listener->mutex);
-        if (listener->listening) {
-            onChange(value);
+    // The data-store accessor copies its callback for every change it
+    // reports; one shared pointer keeps that copy free of allocations.
+    const auto route = std::make_shared<const Route>(Route{m_pListener, std::move(onChange)});
+    accessor.setUpdateCallback([route](const zu::CValue& value) {
+        std::lock_guard lock(route->listener->mutex);
+        if (route->listener->listening) {
+            route->onChange(value);
         }
     });
 }

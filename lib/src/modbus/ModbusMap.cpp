@@ -167,11 +167,13 @@ bool inSpan(const ModbusMapEntry& entry, uint16_t address)
 // Looking every address up costs most of a large request; but an entry holds
 // every key of its span in its index, so inside the span of the entry found
 // last that index answers with it again, and only an index preferred to it
-// still needs asking.
+// still needs asking. And as the addresses ascend, each index is first asked
+// at the position after its previous answer, and searched only when that
+// position holds another address.
 class EntryResolver {
 public:
     explicit EntryResolver(const EntryIndex& preferred, const EntryIndex* fallback = nullptr)
-        : m_indexes{&preferred, fallback}
+        : m_indexes{Cursor{&preferred}, Cursor{fallback}}
         , m_indexCount(fallback ? 2 : 1)
     {
     }
@@ -181,8 +183,8 @@ public:
         const bool inLastSpan = m_pLast != nullptr && inSpan(*m_pLast, address);
         const size_t asked = inLastSpan ? m_lastRank : m_indexCount;
         for (size_t rank = 0; rank < asked; ++rank) {
-            if (auto found = m_indexes[rank]->find(address); found != m_indexes[rank]->end()) {
-                m_pLast = found->second.get();
+            if (ModbusMapEntry* found = m_indexes[rank].find(address)) {
+                m_pLast = found;
                 m_lastRank = rank;
                 return *m_pLast;
             }
@@ -194,7 +196,32 @@ public:
     }
 
 private:
-    std::array<const EntryIndex*, 2> m_indexes;
+    // One index and where its next lookup starts: the first key not below
+    // `next`, valid while `positioned`.
+    struct Cursor {
+        const EntryIndex* pIndex;
+        EntryIndex::const_iterator position{};
+        uint16_t next = 0;
+        bool positioned = false;
+
+        ModbusMapEntry* find(uint16_t address)
+        {
+            if (!positioned || next != address) {
+                position = pIndex->lower_bound(address);
+            }
+            ModbusMapEntry* found = nullptr;
+            if (position != pIndex->end() && position->first == address) {
+                found = position->second.get();
+                ++position;
+            }
+            // Past 65535 the addresses start again at 0.
+            positioned = address != UINT16_MAX;
+            next = static_cast<uint16_t>(address + 1);
+            return found;
+        }
+    };
+
+    std::array<Cursor, 2> m_indexes;
     size_t m_indexCount;
     ModbusMapEntry* m_pLast = nullptr;
     size_t m_lastRank = 0;
@@ -407,8 +434,12 @@ bool ModbusMap::collectEntries(uint8_t* query, int headerLength, bool skipReadCh
     // Locking order, each entry once. An entry can come back after another:
     // a legacy entry around a holding one, or in a range wrapping past 65535.
     const auto sortTouched = [&touched] {
-        std::sort(touched.begin(), touched.end(),
-                  [](const auto& left, const auto& right) { return left.first < right.first; });
+        const auto byKey = [](const auto& left, const auto& right) { return left.first < right.first; };
+        // Mostly they come in order already, each once.
+        if (std::is_sorted(touched.begin(), touched.end(), byKey)) {
+            return;
+        }
+        std::sort(touched.begin(), touched.end(), byKey);
         touched.erase(std::unique(touched.begin(), touched.end()), touched.end());
     };
     // Every address must belong to an available entry, unless reads are

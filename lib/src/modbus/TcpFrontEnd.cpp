@@ -76,27 +76,33 @@ enum class RequestArrival {
     Complete,
 };
 
+// Whether the peer of `socket` shut its side down or failed, so that the
+// rest of a request may never come.
+bool peerHungUp(int socket)
+{
+    pollfd watched{socket, POLLRDHUP, 0};
+    return poll(&watched, 1, 0) == -1 || (watched.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
+}
+
 // How much of the next request waits on a client socket, without reading
-// it. A peer that shut its side down may never send the rest: libmodbus
-// then reads what there is, sees the end and reports it.
+// it: one peek, as a whole request is what mostly waits. A peer that shut
+// its side down may never send the rest: libmodbus then reads what there
+// is, sees the end and reports it.
 RequestArrival requestArrival(int socket)
 {
-    pollfd watched{socket, POLLIN | POLLRDHUP, 0};
-    if (poll(&watched, 1, 0) == -1 || (watched.revents & (POLLIN | POLLRDHUP | POLLHUP | POLLERR)) == 0) {
-        return RequestArrival::None;
-    }
-    if ((watched.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0) {
-        return RequestArrival::Complete;
-    }
     std::array<std::uint8_t, MODBUS_TCP_MAX_ADU_LENGTH> bytes;
     const ssize_t peeked = recv(socket, bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT);
     if (peeked <= 0) {
+        // 0: the peer closed; an error other than "nothing yet" is for
+        // libmodbus to report.
         return peeked == -1 && (errno == EAGAIN || errno == EINTR) ? RequestArrival::None
                                                                    : RequestArrival::Complete;
     }
     const auto available = static_cast<std::size_t>(peeked);
-    return tcpRequestLength(bytes.data(), available) <= available ? RequestArrival::Complete
-                                                                  : RequestArrival::Partial;
+    if (tcpRequestLength(bytes.data(), available) <= available || peerHungUp(socket)) {
+        return RequestArrival::Complete;
+    }
+    return RequestArrival::Partial;
 }
 
 bool isOutOfDescriptors(int error)

@@ -36,9 +36,10 @@ ClientConnection::~ClientConnection()
 {
     m_store.removeSubscriptions(*this);
     {
-        const std::lock_guard lock(m_mutex);
+        const std::lock_guard lock(m_queueMutex);
         m_stopping = true;
         m_queue.clear();
+        m_queued.clear();
     }
     m_wakeup.notify_all();
     m_thread.join();
@@ -54,7 +55,7 @@ void ClientConnection::subscribe(DataStore::Target target, std::uint32_t type, s
         *subscriptionId = id;
     }
     {
-        const std::lock_guard lock(m_mutex);
+        const std::lock_guard lock(m_deliveryMutex);
         m_deliveries.emplace(id, std::make_shared<const Delivery>(std::move(delivery)));
     }
     m_store.addSubscription(*this, id, target, type, objectId, recursive);
@@ -67,7 +68,7 @@ void ClientConnection::unsubscribe(std::uint64_t subscriptionId)
     m_store.removeSubscription(*this, subscriptionId);
     std::shared_ptr<const Delivery> dropped;
     {
-        std::unique_lock lock(m_mutex);
+        std::unique_lock lock(m_deliveryMutex);
         const auto found = m_deliveries.find(subscriptionId);
         if (found == m_deliveries.end()) {
             return;
@@ -84,53 +85,97 @@ void ClientConnection::unsubscribe(std::uint64_t subscriptionId)
 
 bool ClientConnection::holds(std::uint64_t subscriptionId)
 {
-    const std::lock_guard lock(m_mutex);
+    const std::lock_guard lock(m_deliveryMutex);
     return m_deliveries.count(subscriptionId) != 0;
 }
 
-void ClientConnection::post(std::uint64_t subscriptionId, const Event& event)
+void ClientConnection::post(std::uint64_t subscriptionId, const Event& event, bool superseding)
 {
+    bool wasEmpty = false;
     {
-        const std::lock_guard lock(m_mutex);
+        const std::lock_guard lock(m_queueMutex);
         if (m_stopping) {
             return;
         }
-        m_queue.push_back(Pending{subscriptionId, event});
+        wasEmpty = m_queue.empty();
+        const auto queued = superseding ? m_queued.find(subscriptionId) : m_queued.end();
+        if (queued != m_queued.end() && m_queue.size() >= DataStore::g_exactBacklog) {
+            m_queue.splice(m_queue.end(), m_queue, queued->second);
+            queued->second->event = event;
+            return;
+        }
+        if (m_spare.empty()) {
+            m_queue.push_back(Pending{subscriptionId, event});
+        } else {
+            m_queue.splice(m_queue.end(), m_spare, m_spare.begin());
+            m_queue.back() = Pending{subscriptionId, event};
+        }
+        if (superseding) {
+            m_queued.insert_or_assign(subscriptionId, std::prev(m_queue.end()));
+        }
     }
-    m_wakeup.notify_one();
+    // The thread only sleeps on an empty queue.
+    if (wasEmpty) {
+        m_wakeup.notify_one();
+    }
 }
 
 void ClientConnection::run()
 {
-    std::unique_lock lock(m_mutex);
+    // At most this many delivered nodes are kept for reuse.
+    constexpr std::size_t g_spareLimit = 1024;
+    std::unique_lock lock(m_queueMutex);
+    Queue batch;
     for (;;) {
-        m_wakeup.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
+        if (m_queue.empty()) {
+            m_wakeup.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
+            lock.unlock();
+            std::this_thread::sleep_for(g_gatherWindow);
+            lock.lock();
+        }
         if (m_stopping) {
             return;
         }
-        const Pending pending = std::move(m_queue.front());
-        m_queue.pop_front();
-        const auto found = m_deliveries.find(pending.subscriptionId);
-        if (found == m_deliveries.end()) {
-            continue;
-        }
-        auto delivery = found->second;
-        m_runningSubscriptionId = pending.subscriptionId;
+        batch.splice(batch.end(), m_queue);
+        m_queued.clear();
         lock.unlock();
-        try {
-            (*delivery)(pending.event);
-        } catch (const std::exception& error) {
-            // A failing subscriber must not stop the notifications of the
-            // others.
-            logFailedDelivery(pending.subscriptionId, error.what());
-        } catch (...) {
-            logFailedDelivery(pending.subscriptionId, "unknown error");
+        for (const Pending& pending : batch) {
+            if (m_stopping) {
+                return;
+            }
+            deliver(pending);
         }
-        delivery.reset();
         lock.lock();
-        m_runningSubscriptionId = 0;
-        m_idle.notify_all();
+        if (m_spare.size() < g_spareLimit) {
+            m_spare.splice(m_spare.end(), batch);
+        }
+        batch.clear();
     }
+}
+
+void ClientConnection::deliver(const Pending& pending)
+{
+    std::unique_lock lock(m_deliveryMutex);
+    const auto found = m_deliveries.find(pending.subscriptionId);
+    if (found == m_deliveries.end()) {
+        return;
+    }
+    auto delivery = found->second;
+    m_runningSubscriptionId = pending.subscriptionId;
+    lock.unlock();
+    try {
+        (*delivery)(pending.event);
+    } catch (const std::exception& error) {
+        // A failing subscriber must not stop the notifications of the
+        // others.
+        logFailedDelivery(pending.subscriptionId, error.what());
+    } catch (...) {
+        logFailedDelivery(pending.subscriptionId, "unknown error");
+    }
+    delivery.reset();
+    lock.lock();
+    m_runningSubscriptionId = 0;
+    m_idle.notify_all();
 }
 
 bool ClientConnection::onNotificationThread() const

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <tuple>
+#include <unordered_map>
 
 namespace cdsapi {
 namespace {
@@ -60,6 +61,9 @@ struct DataStore::State {
         std::map<DeviceAttribute, std::string> attributes;
         std::vector<std::uint64_t> devices;
         std::vector<std::uint64_t> channels;
+        // The same channels by name: a map of thousands of entries looks
+        // each of them up.
+        std::unordered_map<std::string, std::uint64_t> channelsByName;
     };
 
     struct Channel {
@@ -81,7 +85,8 @@ struct DataStore::State {
     using Event = ClientConnection::Event;
 
     std::map<std::uint64_t, Device> devices;
-    std::map<std::uint64_t, Channel> channels;
+    // Looked up by every read and write: hashed.
+    std::unordered_map<std::uint64_t, Channel> channels;
     std::vector<std::uint64_t> rootDevices;
     std::uint64_t nextId = 1;
     // Ids a seed being loaded asks for, kept away from allocation.
@@ -113,12 +118,8 @@ struct DataStore::State {
 
     std::uint64_t channelIdByName(const Device& owner, const std::string& name) const
     {
-        for (const auto id : owner.channels) {
-            if (channels.at(id).name == name) {
-                return id;
-            }
-        }
-        return 0;
+        const auto found = owner.channelsByName.find(name);
+        return found != owner.channelsByName.end() ? found->second : 0;
     }
 
     void collectSubDevices(const Device& parent, std::int32_t depth, std::vector<std::uint64_t>& ids) const
@@ -163,7 +164,7 @@ struct DataStore::State {
         const auto [first, last] = subscriptions.equal_range(Key{target, type, objectId});
         for (auto it = first; it != last; ++it) {
             if (!onlyRecursive || it->second.recursive) {
-                it->second.pConnection->post(it->second.id, event);
+                it->second.pConnection->post(it->second.id, event, target == Target::Channel);
             }
         }
     }
@@ -200,7 +201,7 @@ struct DataStore::State {
             device(parentId);
         }
         const std::uint64_t id = takeId(requestedId);
-        devices.emplace(id, Device{id, parentId, name, attributes, {}, {}});
+        devices.emplace(id, Device{id, parentId, name, attributes, {}, {}, {}});
         (parentId != 0 ? devices.at(parentId).devices : rootDevices).push_back(id);
         notifyDevice(zu::sub::device_creation, id);
         post(Target::Device, zu::sub::device_creation, g_allOnes, Event{id, {}, {}}, false);
@@ -225,6 +226,7 @@ struct DataStore::State {
         const std::uint64_t id = takeId(requestedId);
         channels.emplace(id, Channel{id, deviceId, name, initialValue, alarm, {}});
         owner.channels.push_back(id);
+        owner.channelsByName.emplace(name, id);
         notifyDevice(zu::sub::device_settings, deviceId);
         return id;
     }
@@ -232,8 +234,9 @@ struct DataStore::State {
     void removeChannel(std::uint64_t channelId, bool notifyOwner)
     {
         const std::uint64_t deviceId = channel(channelId).deviceId;
-        auto& owned = devices.at(deviceId).channels;
-        owned.erase(std::find(owned.begin(), owned.end(), channelId));
+        auto& owner = devices.at(deviceId);
+        owner.channels.erase(std::find(owner.channels.begin(), owner.channels.end(), channelId));
+        owner.channelsByName.erase(channel(channelId).name);
         channels.erase(channelId);
         notifyChannel(zu::sub::channel_value_update, channelId, {});
         notifyChannel(zu::sub::channel_state, channelId, {});

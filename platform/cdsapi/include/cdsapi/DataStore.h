@@ -43,6 +43,22 @@
 //                                      own removal notifies (without the 3
 //                                      on a parent that goes too), then 3
 //                                      on it and 3 on its parent (if any)
+// Bounded backlog: a client whose subscribers fall behind the writers
+// queues at most g_exactBacklog notifications plus one channel notification
+// per subscription. Up to g_exactBacklog queued notifications each one is
+// delivered; beyond, a channel notification (15, 5 or 2) supersedes the one
+// of the same subscription still queued: the older is dropped, the newer
+// joins the back of the queue. Delivery thus stays in the order of the
+// changes and always ends with every channel's newest value; only values
+// a subscriber had not caught up with are skipped. A subscriber that reads
+// the channel back on each notification, as the library's accessors do,
+// sees exactly what it would have seen without the merge. Device and alarm
+// notifications are never merged. The notification thread, woken by a
+// change to its empty queue, waits about 0.2 ms for the rest of the burst
+// and then delivers all that is queued, so writing many channels at once
+// costs one wake-up; a table built from notifications lags the store by at
+// most that wait plus one pass over the queue.
+//
 // Writes through the service side notify exactly like writes from clients;
 // setChannelAlarmSettings notifies as the single setters would, for each
 // setting it changes (nothing when nothing changes).
@@ -70,6 +86,7 @@
 // "<file>: <JSON pointer>: <reason>" and the store is left unchanged; a good
 // seed notifies like the creations it makes, in document order.
 
+#include <cdsapi/AdaptiveMutex.h>
 #include <cdsapi/Types.h>
 
 #include <zu/CAlarmTrigger.h>
@@ -113,6 +130,11 @@ struct ChannelInfo {
 
 class DataStore {
 public:
+    // How many notifications a client queues exactly, each delivered, before
+    // a channel notification supersedes the queued one of the same
+    // subscription (see "Bounded backlog" above).
+    static constexpr std::size_t g_exactBacklog = 64;
+
     static DataStore& instance();
 
     DataStore(const DataStore&) = delete;
@@ -185,7 +207,7 @@ private:
     // Applies one change to a channel's alarm settings under the lock and tells the subscribers.
     void changeAlarmSettings(std::uint64_t channelId, const std::function<void(ChannelAlarmSettings&)>& change);
 
-    mutable std::mutex m_mutex;
+    mutable AdaptiveMutex m_mutex;
     std::unique_ptr<State> m_pState;
     std::atomic<std::uint64_t> m_lastSubscriptionId{0};
 };

@@ -63,6 +63,12 @@ private:
         bool listening = true;
     };
 
+    // Where the changes of one data-store accessor go.
+    struct Route {
+        std::shared_ptr<Listener> listener;
+        std::function<void(const zu::CValue&)> onChange;
+    };
+
     std::function<void(const Words&)> m_callback;
     std::shared_ptr<Listener> m_pListener;
 };
