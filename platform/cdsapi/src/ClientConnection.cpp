@@ -2,6 +2,7 @@
 
 #include <orv/logging/Logger.h>
 
+#include <algorithm>
 #include <exception>
 
 #include <pthread.h>
@@ -129,9 +130,7 @@ void ClientConnection::run()
     for (;;) {
         if (m_queue.empty()) {
             m_wakeup.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
-            lock.unlock();
-            std::this_thread::sleep_for(g_gatherWindow);
-            lock.lock();
+            gatherBurst(lock);
         }
         if (m_stopping) {
             return;
@@ -150,6 +149,27 @@ void ClientConnection::run()
             m_spare.splice(m_spare.end(), batch);
         }
         batch.clear();
+    }
+}
+
+void ClientConnection::gatherBurst(std::unique_lock<std::mutex>& lock)
+{
+    // Each pause twice the one before, so that a steady stream of changes
+    // costs a few pauses per window: at most log2(window / first pause) + 1
+    // of them, and never past the window.
+    const auto until = std::chrono::steady_clock::now() + g_gatherWindow;
+    auto pause = g_gatherPause;
+    std::size_t queued = 0;
+    while (!m_stopping && m_queue.size() != queued) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= until) {
+            return;
+        }
+        queued = m_queue.size();
+        lock.unlock();
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(pause, until - now));
+        lock.lock();
+        pause *= 2;
     }
 }
 

@@ -24,11 +24,14 @@
 // with the queue's lock released; writers only ever wait for that lock
 // while a notification is queued or the queue is taken, never for a
 // delivery. Woken by a change to an empty queue, the thread first lets the
-// rest of the burst arrive for g_gatherWindow, so that a writer changing
-// many channels (a Modbus write of 100 registers) wakes it once, not once
-// per channel. A change therefore reaches the subscribers about that much
-// later, and the queue never lags further behind the store than one
-// window plus one delivery of at most one notification per subscription.
+// rest of the burst arrive: it pauses, first for g_gatherPause, then each
+// time twice as long, as long as the queue grew during the previous pause
+// and for g_gatherWindow at the most. A writer changing many channels (a
+// Modbus write of 100 registers) or a steady stream of writes thus wakes it
+// a few times per window, not once per channel, while a single change
+// waits only one short pause. The queue never lags further behind the store than one
+// window plus one delivery of at most g_exactBacklog notifications plus one
+// per subscription.
 
 #include <cdsapi/DataStore.h>
 
@@ -52,7 +55,11 @@ namespace cdsapi {
 
 class ClientConnection {
 public:
-    static constexpr std::chrono::microseconds g_gatherWindow{500};
+    // Changes a moment apart belong to one burst; a burst is gathered for
+    // g_gatherWindow at the most, which bounds how much later than the
+    // store a table shows a change.
+    static constexpr std::chrono::microseconds g_gatherPause{25};
+    static constexpr std::chrono::microseconds g_gatherWindow{300};
 
     // What one notification carries to a subscription.
     struct Event {
@@ -84,6 +91,7 @@ private:
     using Queue = std::list<Pending>;
 
     void run();
+    void gatherBurst(std::unique_lock<std::mutex>& lock);
     void deliver(const Pending& pending);
     bool onNotificationThread() const;
 

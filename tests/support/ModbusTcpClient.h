@@ -58,6 +58,17 @@ public:
         return true;
     }
 
+    // Writes all of `words` with one request (function code 16).
+    bool writeHolding(int address, const std::vector<std::uint16_t>& words)
+    {
+        const auto count = static_cast<int>(words.size());
+        if (modbus_write_registers(m_pContext, address, count, words.data()) != count) {
+            m_lastError = errno;
+            return false;
+        }
+        return true;
+    }
+
     // Sends a read of holding registers without waiting for the reply, so
     // that many clients can have a request outstanding at once.
     bool sendReadHolding(int address, int count)
