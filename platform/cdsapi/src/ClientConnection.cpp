@@ -2,7 +2,6 @@
 
 #include <orv/logging/Logger.h>
 
-#include <algorithm>
 #include <exception>
 
 #include <pthread.h>
@@ -154,23 +153,23 @@ void ClientConnection::run()
 
 void ClientConnection::gatherBurst(std::unique_lock<std::mutex>& lock)
 {
-    // Each pause twice the one before, so that a steady stream of changes
-    // costs a few pauses per window: at most log2(window / first pause) + 1
-    // of them, and never past the window.
-    const auto until = std::chrono::steady_clock::now() + g_gatherWindow;
-    auto pause = g_gatherPause;
-    std::size_t queued = 0;
-    while (!m_stopping && m_queue.size() != queued) {
-        const auto now = std::chrono::steady_clock::now();
-        if (now >= until) {
-            return;
-        }
-        queued = m_queue.size();
-        lock.unlock();
-        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(pause, until - now));
-        lock.lock();
-        pause *= 2;
+    const std::size_t woken = m_queue.size();
+    pause(lock, g_gatherPause);
+    // More came meanwhile: a burst or a steady stream, gathered in one more
+    // pause rather than in many short ones, each a wake-up.
+    if (m_queue.size() > woken) {
+        pause(lock, g_gatherWindow - g_gatherPause);
     }
+}
+
+void ClientConnection::pause(std::unique_lock<std::mutex>& lock, std::chrono::microseconds length)
+{
+    if (m_stopping) {
+        return;
+    }
+    lock.unlock();
+    std::this_thread::sleep_for(length);
+    lock.lock();
 }
 
 void ClientConnection::deliver(const Pending& pending)

@@ -24,14 +24,13 @@
 // with the queue's lock released; writers only ever wait for that lock
 // while a notification is queued or the queue is taken, never for a
 // delivery. Woken by a change to an empty queue, the thread first lets the
-// rest of the burst arrive: it pauses, first for g_gatherPause, then each
-// time twice as long, as long as the queue grew during the previous pause
-// and for g_gatherWindow at the most. A writer changing many channels (a
-// Modbus write of 100 registers) or a steady stream of writes thus wakes it
-// a few times per window, not once per channel, while a single change
-// waits only one short pause. The queue never lags further behind the store than one
-// window plus one delivery of at most g_exactBacklog notifications plus one
-// per subscription.
+// rest of the burst arrive: it pauses for g_gatherPause and, when more
+// changes came meanwhile, once more until g_gatherWindow is over. A writer
+// changing many channels (a Modbus write of 100 registers) or a steady
+// stream of writes thus wakes it twice per window, not once per channel,
+// while a single change waits only the short pause. The queue never lags
+// further behind the store than one window plus one delivery of at most
+// g_exactBacklog notifications plus one per subscription.
 
 #include <cdsapi/DataStore.h>
 
@@ -57,9 +56,9 @@ class ClientConnection {
 public:
     // Changes a moment apart belong to one burst; a burst is gathered for
     // g_gatherWindow at the most, which bounds how much later than the
-    // store a table shows a change.
+    // store a table shows a change: with the delivery, well within 1 ms.
     static constexpr std::chrono::microseconds g_gatherPause{25};
-    static constexpr std::chrono::microseconds g_gatherWindow{300};
+    static constexpr std::chrono::microseconds g_gatherWindow{400};
 
     // What one notification carries to a subscription.
     struct Event {
@@ -92,6 +91,8 @@ private:
 
     void run();
     void gatherBurst(std::unique_lock<std::mutex>& lock);
+    // Releases the queue for `length`, unless the connection is stopping.
+    void pause(std::unique_lock<std::mutex>& lock, std::chrono::microseconds length);
     void deliver(const Pending& pending);
     bool onNotificationThread() const;
 
