@@ -181,10 +181,10 @@ TEST_F(DataStoreSeedTest, MissingFileIsRefused)
 
 TEST_F(DataStoreSeedTest, NotJsonIsRefused)
 {
-    EXPECT_THAT(refusal(R"({"devices": [{"name": "a"})"), HasSubstr("seed.json: /: not valid JSON"));
-    EXPECT_THAT(refusal(""), HasSubstr("seed.json: /: not valid JSON"));
+    EXPECT_THAT(refusal(R"({"devices": [{"name": "a"})"), HasSubstr("seed.json: not valid JSON"));
+    EXPECT_THAT(refusal(""), HasSubstr("seed.json: not valid JSON"));
     EXPECT_THAT(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": 1e340}]}]})"),
-                HasSubstr("seed.json: /: not valid JSON"));
+                HasSubstr("seed.json: not valid JSON"));
 }
 
 TEST_F(DataStoreSeedTest, WrongTypesAreRefused)
@@ -192,8 +192,10 @@ TEST_F(DataStoreSeedTest, WrongTypesAreRefused)
     EXPECT_EQ(refusal(R"([])"), "seed.json: /: expected an object");
     EXPECT_EQ(refusal(R"({"devices": {}})"), "seed.json: /devices: expected an array");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a"}, 5]})"), "seed.json: /devices/1: expected an object");
-    EXPECT_EQ(refusal(R"({"devices": [{"name": 5}]})"), "seed.json: /devices/0/name: expected a non-empty string");
-    EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "id": "7"}]})"), "seed.json: /devices/0/id: expected a positive integer");
+    EXPECT_EQ(refusal(R"({"devices": [{"name": 5}]})"), "seed.json: /devices/0/name: expected a string");
+    EXPECT_EQ(refusal(R"({"devices": [{"name": ""}]})"), "seed.json: /devices/0/name: expected a non-empty string");
+    EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "id": "7"}]})"),
+              "seed.json: /devices/0/id: expected a non-negative integer, got \"7\"");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "attributes": {"Model": 3}}]})"),
               "seed.json: /devices/0/attributes/Model: expected a string");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": "bool", "value": 1}]}]})"),
@@ -201,9 +203,9 @@ TEST_F(DataStoreSeedTest, WrongTypesAreRefused)
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": "float", "value": "1"}]}]})"),
               "seed.json: /devices/0/channels/0/value: expected a number");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": "int32", "value": 2147483648}]}]})"),
-              "seed.json: /devices/0/channels/0/value: expected an integer from -2147483648 to 2147483647");
+              "seed.json: /devices/0/channels/0/value: expected an integer from -2147483648 to 2147483647, got 2147483648");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": "uint32", "value": -1}]}]})"),
-              "seed.json: /devices/0/channels/0/value: expected an integer from 0 to 4294967295");
+              "seed.json: /devices/0/channels/0/value: expected an integer from 0 to 4294967295, got -1");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": "string", "value": 1}]}]})"),
               "seed.json: /devices/0/channels/0/value: expected a string");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": "float",
@@ -211,7 +213,7 @@ TEST_F(DataStoreSeedTest, WrongTypesAreRefused)
               "seed.json: /devices/0/channels/0/alarm/thresholds: expected exactly 4 numbers");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": "float",
                           "alarm": {"active": [{"code": 1, "flag": 256}]}}]}]})"),
-              "seed.json: /devices/0/channels/0/alarm/active/0/flag: expected an integer from 0 to 255");
+              "seed.json: /devices/0/channels/0/alarm/active/0/flag: expected an integer from 0 to 255, got 256");
 }
 
 TEST_F(DataStoreSeedTest, UnknownKindIsRefused)
@@ -219,16 +221,16 @@ TEST_F(DataStoreSeedTest, UnknownKindIsRefused)
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a"}, {"name": "b", "channels": [{"name": "c", "kind": "flaot"}]}]})"),
               "seed.json: /devices/1/channels/0/kind: unknown kind \"flaot\"");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c"}]}]})"),
-              "seed.json: /devices/0/channels/0: missing member \"kind\"");
+              "seed.json: /devices/0/channels/0: missing key \"kind\"");
 }
 
 TEST_F(DataStoreSeedTest, MissingNameIsRefused)
 {
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "devices": [{"id": 5}]}]})"),
-              "seed.json: /devices/0/devices/0: missing member \"name\"");
+              "seed.json: /devices/0/devices/0: missing key \"name\"");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"kind": "bool"}]}]})"),
-              "seed.json: /devices/0/channels/0: missing member \"name\"");
-    EXPECT_EQ(refusal(R"({})"), "seed.json: /: missing member \"devices\"");
+              "seed.json: /devices/0/channels/0: missing key \"name\"");
+    EXPECT_EQ(refusal(R"({})"), "seed.json: /: missing key \"devices\"");
 }
 
 TEST_F(DataStoreSeedTest, DuplicateIdIsRefused)
@@ -247,7 +249,7 @@ TEST_F(DataStoreSeedTest, DuplicateIdIsRefused)
 TEST_F(DataStoreSeedTest, OtherBadShapesAreRefused)
 {
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "chanels": []}]})"),
-              "seed.json: /devices/0/chanels: unknown member \"chanels\"");
+              "seed.json: /devices/0/chanels: unknown key (known here: id, name, attributes, channels, devices)");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "attributes": {"Modle": "x"}}]})"),
               "seed.json: /devices/0/attributes/Modle: unknown attribute \"Modle\"");
     EXPECT_EQ(refusal(R"({"devices": [{"name": "a", "channels": [{"name": "c", "kind": "bool"},

@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -66,6 +67,27 @@ TEST(JsonNodeTest, RelativePathsAreTakenFromTheBase)
     const JsonNode root(document, "doc.json", "");
     EXPECT_EQ(root.member("rel").pathFrom("/etc/orv"), "/etc/orv/a.so");
     EXPECT_EQ(root.member("abs").pathFrom("/etc/orv"), "/x/b.so");
+}
+
+TEST(JsonNodeTest, UnsignedIntegerTakesTheWholeRangeAndRefusesNegatives)
+{
+    const auto document = JsonNode::parseText(R"({"big": 18446744073709551615, "negative": -1})", "doc.json");
+    const JsonNode root(document, "doc.json", "");
+    EXPECT_EQ(root.member("big").unsignedInteger(), 18446744073709551615ULL);
+    EXPECT_EQ(refusal([&] { root.member("negative").unsignedInteger(); }),
+              "doc.json: /negative: expected a non-negative integer, got -1");
+}
+
+TEST(JsonNodeTest, KeysOfAnObjectComeSorted)
+{
+    const auto document = JsonNode::parseText(R"({"b": 1, "a": 2})", "doc.json");
+    EXPECT_EQ(JsonNode(document, "doc.json", "").keys(), (std::vector<std::string>{"a", "b"}));
+}
+
+TEST(JsonNodeTest, NumberBeyondADoubleIsNotValidJson)
+{
+    EXPECT_THAT(refusal([] { JsonNode::parseText(R"({"a": 1e400})", "doc.json"); }),
+                HasSubstr("doc.json: not valid JSON"));
 }
 
 } // namespace

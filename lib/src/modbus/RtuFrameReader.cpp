@@ -3,6 +3,7 @@
 #include "RequestLength.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include <boost/crc.hpp>
@@ -38,18 +39,20 @@ timespec toTimespec(std::chrono::microseconds wait)
 
 enum class Readiness { Readable, Quiet, Gone };
 
-Readiness waitReadable(int fd, std::chrono::microseconds wait)
+// A readable `wakeFd` (a stop request) ends the wait as a quiet line would;
+// a negative one is not watched.
+Readiness waitReadable(int fd, std::chrono::microseconds wait, int wakeFd = -1)
 {
-    pollfd watched{fd, POLLIN, 0};
+    std::array<pollfd, 2> watched{{{fd, POLLIN, 0}, {wakeFd, POLLIN, 0}}};
     const timespec timeout = toTimespec(wait);
-    const int ready = ppoll(&watched, 1, &timeout, nullptr);
+    const int ready = ppoll(watched.data(), watched.size(), &timeout, nullptr);
     if (ready == -1) {
         return errno == EINTR ? Readiness::Quiet : Readiness::Gone;
     }
-    if (ready == 0) {
+    if (watched[0].revents == 0) {
         return Readiness::Quiet;
     }
-    return (watched.revents & POLLIN) != 0 ? Readiness::Readable : Readiness::Gone;
+    return (watched[0].revents & POLLIN) != 0 ? Readiness::Readable : Readiness::Gone;
 }
 
 } // namespace
@@ -59,12 +62,12 @@ RtuFrameReader::RtuFrameReader(int baud, int dataBits, char parity, int stopBits
 {
 }
 
-RtuFrameReader::Outcome RtuFrameReader::read(int fd, std::chrono::milliseconds wait)
+RtuFrameReader::Outcome RtuFrameReader::read(int fd, std::chrono::milliseconds wait, int wakeFd)
 {
     m_frame.fill(0);
     m_length = 0;
     m_overflow = false;
-    const Readiness first = waitReadable(fd, wait);
+    const Readiness first = waitReadable(fd, wait, wakeFd);
     if (first != Readiness::Readable) {
         return first == Readiness::Quiet ? Outcome::Quiet : Outcome::Gone;
     }

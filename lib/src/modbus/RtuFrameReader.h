@@ -34,8 +34,8 @@ public:
     RtuFrameReader(int baud, int dataBits, char parity, int stopBits);
 
     // Waits at most `wait` for the first byte of a frame on `fd`, then reads
-    // the frame.
-    Outcome read(int fd, std::chrono::milliseconds wait);
+    // the frame. A readable `wakeFd` ends the wait early, as Quiet.
+    Outcome read(int fd, std::chrono::milliseconds wait, int wakeFd = -1);
 
     // The last frame read; its length counts the CRC.
     std::uint8_t* frame();

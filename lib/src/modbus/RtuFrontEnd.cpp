@@ -4,6 +4,7 @@
 #include <orv/modbus/ModbusRtuRequestHandler.h>
 
 #include "ServerLogger.h"
+#include "StopWake.h"
 #include "UnitMaps.h"
 
 #include <condition_variable>
@@ -73,8 +74,9 @@ void RtuFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
                         const StatisticsNotifier& statistics)
 {
     pthread_setname_np(pthread_self(), g_rtuThreadName);
+    const StopWake wake(stopToken);
     while (!stopToken.stop_requested()) {
-        switch (awaitFrame(stopToken, statistics)) {
+        switch (awaitFrame(stopToken, wake.fd(), statistics)) {
         case RtuFrameReader::Outcome::Frame:
             answerFrame(maps, statistics);
             break;
@@ -94,16 +96,16 @@ void RtuFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
     SPDLOG_LOGGER_DEBUG(serverLogger(), "Exit handlerRtu thread");
 }
 
-RtuFrameReader::Outcome RtuFrontEnd::awaitFrame(const std::stop_token& stopToken,
+RtuFrameReader::Outcome RtuFrontEnd::awaitFrame(const std::stop_token& stopToken, int wakeFd,
                                                 const StatisticsNotifier& statistics)
 {
     const int fd = modbus_get_socket(m_pContext.get());
     statistics.notify(&ModbusStatisticHandlers::onRtuLoop);
-    RtuFrameReader::Outcome outcome = m_reader.read(fd, g_quietPoll);
+    RtuFrameReader::Outcome outcome = m_reader.read(fd, g_quietPoll, wakeFd);
     while (outcome == RtuFrameReader::Outcome::Quiet && !stopToken.stop_requested()) {
         // A quiet line is a live loop: the watchdog hears from it every poll.
         statistics.notify(&ModbusStatisticHandlers::onRtuLoop);
-        outcome = m_reader.read(fd, g_quietPoll);
+        outcome = m_reader.read(fd, g_quietPoll, wakeFd);
     }
     return outcome;
 }

@@ -33,8 +33,9 @@ public:
 
 private:
     // Reads the next frame, polling the stop request once a second while
-    // the line is quiet.
-    RtuFrameReader::Outcome awaitFrame(const std::stop_token& stopToken, const StatisticsNotifier& statistics);
+    // the line is quiet; a readable `wakeFd` (see StopWake) ends the wait.
+    RtuFrameReader::Outcome awaitFrame(const std::stop_token& stopToken, int wakeFd,
+                                       const StatisticsNotifier& statistics);
     void answerFrame(const ModbusMapSettingsTable& maps, const StatisticsNotifier& statistics);
     void process(const ModbusMapSettings& settings, const StatisticsNotifier& statistics);
     // Closes the vanished device and reopens it once a second until it is

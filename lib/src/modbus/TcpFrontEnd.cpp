@@ -7,6 +7,7 @@
 #include "RequestLength.h"
 #include "CaughtFailures.h"
 #include "ServerLogger.h"
+#include "StopWake.h"
 #include "TcpHandlerState.h"
 #include "UnitMaps.h"
 
@@ -122,6 +123,27 @@ timeval toTimeval(std::chrono::microseconds wait)
     return {static_cast<time_t>(wait.count() / 1'000'000), static_cast<suseconds_t>(wait.count() % 1'000'000)};
 }
 
+// select() on `sockets` and on the stop wake-up, so that a stop does not wait
+// out the timeout. The wake-up never stays in the set, and the set is empty
+// after a failure (select() leaves it undefined then).
+int selectOrWake(int fdMax, fd_set& sockets, timeval& timeout, int wakeFd)
+{
+    const bool watchWake = wakeFd >= 0 && wakeFd < FD_SETSIZE;
+    if (watchWake) {
+        FD_SET(wakeFd, &sockets);
+    }
+    const int ready = select(std::max(fdMax, watchWake ? wakeFd : -1) + 1, &sockets, nullptr, nullptr, &timeout);
+    if (ready == -1) {
+        FD_ZERO(&sockets);
+        return ready;
+    }
+    if (watchWake && FD_ISSET(wakeFd, &sockets)) {
+        FD_CLR(wakeFd, &sockets);
+        return ready - 1;
+    }
+    return ready;
+}
+
 // How long select() may wait in this pass.
 timeval waitTimeout(const TcpHandlerState& state, bool incompleteRequests, std::chrono::steady_clock::time_point now)
 {
@@ -215,6 +237,7 @@ void TcpFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
 {
     pthread_setname_np(pthread_self(), g_tcpThreadName);
     TcpHandlerState state(m_serverSocket);
+    const StopWake wake(stopToken);
     while (!stopToken.stop_requested()) {
         statistics.notify(&ModbusStatisticHandlers::onTcpLoop);
         const std::vector<int> incomplete = state.socketsWithIncompleteRequest();
@@ -222,12 +245,8 @@ void TcpFrontEnd::serve(std::stop_token stopToken, const ModbusMapSettingsTable&
         fd_set readSockets = socketsToWaitOn(state, incomplete, before);
         // Rebuilt for every call: select() may change it.
         timeval timeout = waitTimeout(state, !incomplete.empty(), before);
-        const int ready = select(state.fdMax() + 1, &readSockets, nullptr, nullptr, &timeout);
+        const int ready = selectOrWake(state.fdMax(), readSockets, timeout, wake.fd());
         Pass pass{stopToken, state, maps, statistics, Clock::now()};
-        if (ready == -1) {
-            // The set is undefined after a failure.
-            FD_ZERO(&readSockets);
-        }
         // Looked at on every pass: the rest of their request may be there.
         for (const int socket : incomplete) {
             FD_SET(socket, &readSockets);

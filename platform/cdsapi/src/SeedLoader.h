@@ -9,16 +9,17 @@
 #include <cdsapi/DataStore.h>
 #include <cdsapi/Types.h>
 
+#include <orv/common/json/JsonNode.h>
+
 #include <zu/CAlarmTrigger.h>
 #include <zu/CValue.h>
-
-#include <nlohmann/json_fwd.hpp>
 
 #include <cstdint>
 #include <initializer_list>
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace cdsapi {
@@ -50,38 +51,33 @@ public:
     [[noreturn]] void refuse(const std::string& path, const std::string& reason) const;
 
 private:
-    using Json = nlohmann::json;
+    using JsonNode = orv::common::JsonNode;
 
     // What devices and channels begin with: no members but the given ones,
     // then the path, the id and the name.
     template <typename Node>
-    Node readNode(const Json& json, const std::string& path, std::initializer_list<const char*> members,
-                  std::set<std::uint64_t>& ids) const
+    static Node readNode(const JsonNode& json, std::initializer_list<std::string_view> members,
+                         std::set<std::uint64_t>& ids)
     {
-        expectObject(json, path, members);
+        json.expectOnlyKeys(members);
         Node node;
-        node.path = path;
-        node.id = readId(json, path, ids);
-        node.name = readName(json, path);
+        node.path = json.path();
+        node.id = readId(json, ids);
+        node.name = readName(json);
         return node;
     }
-    std::vector<Device> readDevices(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
-    Device readDevice(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
-    Channel readChannel(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
-    std::uint64_t readId(const Json& json, const std::string& path, std::set<std::uint64_t>& ids) const;
-    std::string readName(const Json& json, const std::string& path) const;
-    std::map<DeviceAttribute, std::string> readAttributes(const Json& json, const std::string& path) const;
-    zu::CValue readValue(const Json& json, const std::string& path, const std::string& kind) const;
-    ChannelAlarmSettings readAlarm(const Json& json, const std::string& path) const;
-    std::vector<zu::CAlarmTrigger> readActiveAlarms(const Json& json, const std::string& path) const;
-    zu::CAlarmTrigger readTrigger(const Json& json, const std::string& path) const;
-
-    const Json& expectObject(const Json& json, const std::string& path,
-                             std::initializer_list<const char*> members) const;
-    const Json& expectArray(const Json& json, const std::string& path) const;
-    bool readBool(const Json& json, const std::string& path) const;
-    float readFloat(const Json& json, const std::string& path) const;
-    std::int64_t readInteger(const Json& json, const std::string& path, std::int64_t min, std::int64_t max) const;
+    static std::vector<Device> readDevices(const JsonNode& json, std::set<std::uint64_t>& ids);
+    static Device readDevice(const JsonNode& json, std::set<std::uint64_t>& ids);
+    static std::vector<Channel> readChannels(const JsonNode& json, std::set<std::uint64_t>& ids);
+    static Channel readChannel(const JsonNode& json, std::set<std::uint64_t>& ids);
+    static std::uint64_t readId(const JsonNode& json, std::set<std::uint64_t>& ids);
+    static std::string readName(const JsonNode& json);
+    static std::map<DeviceAttribute, std::string> readAttributes(const JsonNode& json);
+    static zu::CValue readValue(const std::optional<JsonNode>& json, const JsonNode& kindNode);
+    static ChannelAlarmSettings readAlarm(const JsonNode& json);
+    static std::vector<zu::CAlarmTrigger> readActiveAlarms(const JsonNode& json);
+    static zu::CAlarmTrigger readTrigger(const JsonNode& json);
+    static float readFloat(const JsonNode& json);
 
     std::string m_sourceName;
 };

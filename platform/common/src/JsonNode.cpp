@@ -75,7 +75,9 @@ nlohmann::json parse(Input&& input, const std::string& source)
     std::vector<OpenContainer> open;
     try {
         return nlohmann::json::parse(std::forward<Input>(input), duplicateKeyCheck(source, open), true, true);
-    } catch (const nlohmann::json::parse_error& error) {
+    } catch (const nlohmann::json::exception& error) {
+        // Not only syntax errors: a number beyond a double's range is an
+        // out_of_range error of the parser.
         throw std::runtime_error(source + ": not valid JSON: " + error.what());
     }
 }
@@ -107,6 +109,17 @@ bool JsonNode::has(const std::string& key) const
 {
     expectObject();
     return m_value.contains(key);
+}
+
+std::vector<std::string> JsonNode::keys() const
+{
+    expectObject();
+    std::vector<std::string> result;
+    result.reserve(m_value.size());
+    for (auto item = m_value.begin(); item != m_value.end(); ++item) {
+        result.push_back(item.key());
+    }
+    return result;
 }
 
 JsonNode JsonNode::member(const std::string& key) const
@@ -168,6 +181,14 @@ std::int64_t JsonNode::integer(std::int64_t minimum, std::int64_t maximum) const
     return value;
 }
 
+std::uint64_t JsonNode::unsignedInteger() const
+{
+    if (!m_value.is_number_unsigned()) {
+        fail("expected a non-negative integer, got " + m_value.dump());
+    }
+    return m_value.get<std::uint64_t>();
+}
+
 double JsonNode::number() const
 {
     if (!m_value.is_number()) {
@@ -219,7 +240,12 @@ void JsonNode::expectOnlyKeys(std::initializer_list<std::string_view> keys) cons
 
 void JsonNode::fail(const std::string& problem) const
 {
-    throw std::runtime_error(m_file + ": " + (m_path.empty() ? "/" : m_path) + ": " + problem);
+    failAt(m_file, m_path, problem);
+}
+
+void JsonNode::failAt(const std::string& file, const std::string& path, const std::string& problem)
+{
+    throw std::runtime_error(file + ": " + (path.empty() ? "/" : path) + ": " + problem);
 }
 
 void JsonNode::expectObject() const

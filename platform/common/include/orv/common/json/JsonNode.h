@@ -26,13 +26,19 @@ public:
     // given twice in one object is refused as parseFile refuses it.
     static nlohmann::json parseText(const std::string& text, const std::string& source);
 
+    const std::string& path() const { return m_path; }
+
     bool has(const std::string& key) const;
+    // The member names of an object, sorted as the parser keeps them.
+    std::vector<std::string> keys() const;
     JsonNode member(const std::string& key) const;
     std::optional<JsonNode> optionalMember(const std::string& key) const;
     std::vector<JsonNode> elements() const;
 
     bool boolean() const;
     std::int64_t integer(std::int64_t minimum, std::int64_t maximum) const;
+    // The whole unsigned 64-bit range, which integer() cannot give.
+    std::uint64_t unsignedInteger() const;
     double number() const;
     std::string text() const;
     // A text naming a file; a relative one is taken from `base`.
@@ -47,6 +53,9 @@ public:
     void expectOnlyKeys(std::initializer_list<std::string_view> keys) const;
 
     [[noreturn]] void fail(const std::string& problem) const;
+    // The same complaint for a place known only by its path, for checks
+    // made after the document was read.
+    [[noreturn]] static void failAt(const std::string& file, const std::string& path, const std::string& problem);
 
 private:
     void expectObject() const;
