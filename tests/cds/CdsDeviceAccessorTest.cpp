@@ -91,6 +91,39 @@ TEST_F(CdsDeviceAccessorTest, SubDeviceCountIsServedWhileNotFound)
     EXPECT_EQ(count.getCValue(), zu::CValue(std::uint32_t{1}));
 }
 
+TEST_F(CdsDeviceAccessorTest, SubDeviceCountReachesTheCallbackAsACountAfterDetectionAndUpdate)
+{
+    constexpr std::uint64_t later = 4711;
+    Device count(later, g_subDeviceCount);
+    ValueLog log;
+    // Kept, though its first call fails: there is no device to count yet.
+    EXPECT_THROW(count.setUpdateCallback([&log](const zu::CValue& value) {
+        if (value.is_valid()) {
+            log.callback()(value);
+        }
+    }),
+                 cdsapi::CdsError);
+
+    // Detection finds the device: the callback hears its count, not the
+    // text of an attribute 16.
+    store().createDevice("late", 0, {}, later);
+    EXPECT_TRUE(waitUntil([&] { return log.lastIs(zu::CValue(std::uint32_t{0})); }));
+    // A sub-device is a device update: counted again.
+    store().createDevice("phase", later);
+    EXPECT_TRUE(waitUntil([&] { return log.lastIs(zu::CValue(std::uint32_t{1})); }));
+    flush();
+    for (const auto& value : log.values()) {
+        EXPECT_EQ(value.type(), zu::CValue::Type::Uint32);
+    }
+}
+
+TEST_F(CdsDeviceAccessorTest, SubDeviceCountOfNoReachedDeviceLetsTheStoresErrorThrough)
+{
+    Device count(4711, g_subDeviceCount);
+    ASSERT_FALSE(count.isExistingInCds());
+    EXPECT_THROW(count.getCValue(), cdsapi::CdsError);
+}
+
 TEST_F(CdsDeviceAccessorTest, WritingTheSubDeviceCountDoesNothing)
 {
     Device count(m_device, g_subDeviceCount);

@@ -89,10 +89,10 @@ void CdsDeviceAccessor::setCValue(const zu::CValue& value)
 zu::CValue CdsDeviceAccessor::getCValue() const
 {
     if (m_attribute == g_subDeviceCount) {
-        // Served whatever the found flag says; only while no device is
-        // reached at all is there nothing to count (and a map holding the
-        // accessor must still build).
-        return m_resolvedDeviceId == 0 ? zu::CValue() : attributeOf(m_resolvedDeviceId);
+        // Counted whatever the found flag says. While no device is reached
+        // the count is asked of device 0, and the data store's refusal
+        // reaches the caller like any other failing read.
+        return attributeOf(m_resolvedDeviceId);
     }
     return m_found ? attributeOf(m_resolvedDeviceId) : zu::CValue();
 }
@@ -132,8 +132,11 @@ void CdsDeviceAccessor::detect()
             subscribeDeviceUpdate(*device, this);
             found = true;
         }
-        // Landing on the device found before leaves the accessor not found:
-        // map tools rely on it, so it stays.
+        // Landing on the device found before leaves the accessor not found,
+        // as required of this accessor: after a settings event of its own
+        // device it stays not found until the device is gone and found
+        // again. Its subscriptions stay, so device updates still reach the
+        // callback.
         m_resolvedDeviceId = *device;
         stopWatchingDeviceCreation();
     } else {

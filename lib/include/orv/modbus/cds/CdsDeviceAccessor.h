@@ -15,15 +15,21 @@ namespace orv::modbus::cds {
 // Binds one attribute of one data-store device (its identification texts,
 // for example) to the conversion accessors, as a string zu::CValue; writes
 // convert the given value to text. Attribute 16 is computed instead: the
-// number of sub-devices on all levels, as an unsigned 32-bit value, read
-// whether the device is found or not, never written. The device is given by
-// id, by canonical name, or by id plus a path of sub-device indices.
+// number of sub-devices on all levels, as an unsigned 32-bit value, on every
+// path (reads, the callback after a detection, device updates), read whether
+// the device is found or not, never written. While no device is reached it
+// is asked of device 0, so the read fails with the data store's error (and a
+// conversion accessor built on it then fails to build). The device is given
+// by id, by canonical name, or by id plus a path of sub-device indices.
 //
 // Detection differs from the channel accessor's in two ways map authors
-// rely on: a failing lookup of the device's name is not "not found" but
+// must know: a failing lookup of the device's name is not "not found" but
 // reaches the caller (the constructor, or the handler that re-detects), and
 // a re-detection that lands on the device found before leaves the accessor
-// not found (its value then only comes with the device's next update).
+// not found. A settings event of the device (an attribute set, a channel or
+// sub-device added or removed) re-detects, so afterwards the accessor's
+// entries are unavailable until the device is gone and found again; device
+// updates still reach the callback meanwhile.
 //
 // Threads and destruction as CdsDetectionBase describes.
 class CdsDeviceAccessor : public CdsDetectionBase<CdsDeviceAccessor> {
