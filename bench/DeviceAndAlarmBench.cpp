@@ -11,6 +11,7 @@
 // (the same change also re-detects the accessor through its device-settings
 // handler, which tells the callback an empty value; only the text counts).
 #include "RatioReporter.h"
+#include "SpinUntil.h"
 
 #include <orv/modbus/Discretes.h>
 #include <orv/modbus/ModbusMap.h>
@@ -25,19 +26,16 @@
 #include <benchmark/benchmark.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace orv::modbus::bench {
 namespace {
 
-using namespace std::chrono_literals;
 using cdsapi::DeviceAttribute;
 
 constexpr auto g_subDeviceCount = static_cast<DeviceAttribute>(16);
@@ -85,20 +83,6 @@ void measure(benchmark::State& state, Work work)
     }
 }
 
-// Spins until `arrived` holds, at most a second.
-template <class Predicate>
-bool waitUntil(Predicate arrived)
-{
-    const auto deadline = std::chrono::steady_clock::now() + 1s;
-    while (!arrived()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
-
 // Each iteration makes one change and waits until `listener` shows it.
 template <class Listener, class Change>
 void changeAndWait(benchmark::State& state, Change change)
@@ -108,7 +92,7 @@ void changeAndWait(benchmark::State& state, Change change)
     for (auto _ : state) {
         ++step;
         change(step);
-        if (!waitUntil([&] { return listener.shows(step); })) {
+        if (!spinUntil([&] { return listener.shows(step); })) {
             state.SkipWithError("the change did not arrive within a second");
             break;
         }
