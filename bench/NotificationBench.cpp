@@ -70,7 +70,6 @@ void operator delete(void* memory, std::size_t) noexcept
 namespace orv::modbus::bench {
 namespace {
 
-
 constexpr int g_burst = 64;
 constexpr int g_memoryDataPoints = 200;
 constexpr uint16_t g_address = 0;
