@@ -210,8 +210,7 @@ void addAlarms(std::vector<ModbusMapEntry*>& entries)
 
 // The meter's identification texts and its number of sub-devices. By id: a
 // device accessor given by name refuses to be built while no such device
-// exists. (The sub-device count refuses too while the meter is absent: it
-// is read at once and asks the data store about no device.) After a
+// exists, and the map must load on a store without the meter. After a
 // settings event of the meter (an attribute written, a sub-device added)
 // these entries stay unavailable until the meter is gone and back.
 void addDeviceAttributes(std::vector<ModbusMapEntry*>& entries)

@@ -90,9 +90,10 @@ zu::CValue CdsDeviceAccessor::getCValue() const
 {
     if (m_attribute == g_subDeviceCount) {
         // Counted whatever the found flag says. While no device is reached
-        // the count is asked of device 0, and the data store's refusal
-        // reaches the caller like any other failing read.
-        return attributeOf(m_resolvedDeviceId);
+        // there is nothing to count: asking the data store about device 0
+        // would only fail, and a map holding the accessor (a site map on a
+        // gateway without that device) must still build.
+        return m_resolvedDeviceId == 0 ? zu::CValue() : attributeOf(m_resolvedDeviceId);
     }
     return m_found ? attributeOf(m_resolvedDeviceId) : zu::CValue();
 }

@@ -17,9 +17,8 @@ namespace orv::modbus::cds {
 // convert the given value to text. Attribute 16 is computed instead: the
 // number of sub-devices on all levels, as an unsigned 32-bit value, on every
 // path (reads, the callback after a detection, device updates), read whether
-// the device is found or not, never written. While no device is reached it
-// is asked of device 0, so the read fails with the data store's error (and a
-// conversion accessor built on it then fails to build). The device is given
+// the device is found or not, never written; empty while no device is
+// reached at all. The device is given
 // by id, by canonical name, or by id plus a path of sub-device indices.
 //
 // Detection differs from the channel accessor's in two ways map authors
