@@ -83,16 +83,18 @@ CdsChannelAccessor::CdsChannelAccessor(std::uint64_t deviceId, std::uint64_t res
 CdsChannelAccessor::~CdsChannelAccessor()
 {
     try {
+        // Out of the walks first: until then a handler on the notification
+        // thread may still be detecting this accessor again.
+        const auto unused = leaveBookkeeping(m_walks,
+                                             {&g_channelUpdateBook, &g_channelStateBook, &g_channelSettingsBook,
+                                              &g_deviceCreationBook, &g_deviceSettingsBook},
+                                             this);
         if (m_channelId != 0 && m_dataType > DataType::AlarmEnabled) {
             SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeChannelSettings with the cannonical name {}", m_channelName);
         }
         if (m_resolvedDeviceId != 0) {
             SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings with the cannonical name {}", m_channelName);
         }
-        const auto unused = leaveBookkeeping(m_walks,
-                                             {&g_channelUpdateBook, &g_channelStateBook, &g_channelSettingsBook,
-                                              &g_deviceCreationBook, &g_deviceSettingsBook},
-                                             this);
         for (const auto& [deviceId, subscriptionId] : unused.back()) {
             SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings remove subscribe for the deviceId {}",
                                 deviceId);
