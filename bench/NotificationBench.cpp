@@ -9,6 +9,7 @@
 // includes libmodbus' tables), per map entry with its accessors against a
 // bare CdsChannelAccessor.
 #include "RatioReporter.h"
+#include "SpinUntil.h"
 
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/ModbusMap.h>
@@ -24,14 +25,12 @@
 
 #include <atomic>
 #include <bit>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <new>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -71,8 +70,6 @@ void operator delete(void* memory, std::size_t) noexcept
 namespace orv::modbus::bench {
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr int g_burst = 64;
 constexpr int g_memoryDataPoints = 200;
 constexpr uint16_t g_address = 0;
@@ -109,20 +106,6 @@ std::vector<uint16_t> wordsOf(float value)
 {
     const auto bits = std::bit_cast<uint32_t>(value);
     return {static_cast<uint16_t>(bits >> 16), static_cast<uint16_t>(bits & 0xffff)};
-}
-
-// Spins until `arrived` holds, at most a second.
-template <class Predicate>
-bool waitUntil(Predicate arrived)
-{
-    const auto deadline = std::chrono::steady_clock::now() + 1s;
-    while (!arrived()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
 }
 
 // One map holding the timed channel as a float in holding registers 0-1.
@@ -185,7 +168,7 @@ void changeAndWait(benchmark::State& state, int changes)
             value = nextValue();
             store().setChannelCValue(timedChannel().id, zu::CValue(value));
         }
-        if (!waitUntil([&] { return listener.shows(value); })) {
+        if (!spinUntil([&] { return listener.shows(value); })) {
             state.SkipWithError("the change did not arrive within a second");
             break;
         }

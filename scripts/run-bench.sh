@@ -11,7 +11,7 @@
 set -euo pipefail
 build=${1:?usage: run-bench.sh BUILD_DIR [benchmark options...]}
 shift
-programs=(ProcessRequestBench AccessorBench NotificationBench RtuTurnaroundBench)
+programs=(ProcessRequestBench AccessorBench NotificationBench DeviceAndAlarmBench RtuTurnaroundBench)
 cmake --build "$build" -j "$(nproc)" --target "${programs[@]}" EndToEndBench
 for program in "${programs[@]}"; do
   echo

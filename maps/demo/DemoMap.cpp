@@ -12,11 +12,13 @@
 #include <orv/modbus/LegacyRegisters.h>
 #include <orv/modbus/ModbusMap.h>
 #include <orv/modbus/Registers.h>
+#include <orv/modbus/cds/CdsAlarmToOneDiscreteAccessor.h>
 #include <orv/modbus/cds/CdsBooleanToOneDiscreteAccessor.h>
 #include <orv/modbus/cds/CdsBooleanToOneRegisterAccessor.h>
 #include <orv/modbus/cds/CdsChannelAccessor.h>
 #include <orv/modbus/cds/CdsDataToDiscretesAccessor.h>
 #include <orv/modbus/cds/CdsDataToRegistersAccessor.h>
+#include <orv/modbus/cds/CdsDeviceAccessor.h>
 #include <orv/modbus/cds/CdsFloatAccessor.h>
 #include <orv/modbus/cds/CdsFloatToOneRegisterAccessor.h>
 #include <orv/modbus/cds/CdsFloatToRegistersAccessor.h>
@@ -188,6 +190,45 @@ void addCoilsAndInputs(std::vector<ModbusMapEntry*>& entries)
         false, "Inputs 1-3", "I/O module digital inputs 1, 2 and 3", "on", "off"));
 }
 
+// The meter voltage's alarm state through each alarm type: 0 compares the
+// value with the threshold flag, 1 to 4 the class of the most critical
+// alarm (the simulator raises code 7 with flag 1, class 4, near the top of
+// the voltage's swing).
+void addAlarms(std::vector<ModbusMapEntry*>& entries)
+{
+    for (unsigned type = 0; type <= 4; ++type) {
+        const std::string name = "Voltage alarm type " + std::to_string(type);
+        entries.push_back(new Discretes(
+            static_cast<uint16_t>(5 + type),
+            new cds::CdsBooleanToOneDiscreteAccessor(
+                std::make_shared<cds::CdsAlarmToOneDiscreteAccessor>(g_meter, "Voltage",
+                                                                     static_cast<cds::AlarmType>(type)),
+                cds::DiscreteModifier::None),
+            false, name, "Meter voltage alarm state, alarm type " + std::to_string(type), "active", "inactive"));
+    }
+}
+
+// The meter's identification texts and its number of sub-devices. By id: a
+// device accessor given by name refuses to be built while no such device
+// exists, and the map must load on a store without the meter. After a
+// settings event of the meter (an attribute written, a sub-device added)
+// these entries stay unavailable until the meter is gone and back.
+void addDeviceAttributes(std::vector<ModbusMapEntry*>& entries)
+{
+    using cdsapi::DeviceAttribute;
+    entries.push_back(new Registers(
+        40, new cds::CdsStringAccessor(5, std::make_shared<cds::CdsDeviceAccessor>(g_meterId, DeviceAttribute::SerialNumber)),
+        false, "Meter serial number (attribute)", "Device attribute SerialNumber, two characters a register", ""));
+    entries.push_back(new Registers(
+        45, new cds::CdsStringAccessor(4, std::make_shared<cds::CdsDeviceAccessor>(g_meterId, DeviceAttribute::Model)),
+        false, "Meter model", "Device attribute Model, two characters a register", ""));
+    entries.push_back(new Registers(
+        49,
+        new cds::CdsUint32ToOneRegisterAccessor(
+            std::make_shared<cds::CdsDeviceAccessor>(g_meterId, static_cast<DeviceAttribute>(16)), 1.0f),
+        false, "Meter sub-devices", "Number of sub-devices of the meter, every level", ""));
+}
+
 // Voltage times current, in VA, rounded and clamped to one register.
 std::vector<uint16_t> apparentPower(const std::vector<zu::CValue>& values)
 {
@@ -254,5 +295,7 @@ extern "C" ModbusMap* createMap()
     addSettings(entries);
     addCoilsAndInputs(entries);
     addComposites(entries);
+    addAlarms(entries);
+    addDeviceAttributes(entries);
     return new ModbusMap("demo", entries, nullptr, ByteOrder::ABCD);
 }

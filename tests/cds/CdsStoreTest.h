@@ -6,11 +6,14 @@
 // through the shared client: flush() writes to it and waits until that
 // write's notification has been delivered, so that every notification queued
 // before has been handled too (one thread delivers them in order). Each test
-// must leave the bookkeeping of the channel accessors empty.
+// must leave the bookkeeping of the channel, device and alarm accessors empty,
+// and the store with the subscriptions it had at the start.
 
 #include "WaitUntil.h"
 
+#include <orv/modbus/cds/CdsAlarmToOneDiscreteAccessor.h>
 #include <orv/modbus/cds/CdsChannelAccessor.h>
+#include <orv/modbus/cds/CdsDeviceAccessor.h>
 #include <orv/modbus/cds/CdsInBandAccessor.h>
 
 #include <cdsapi/DataStore.h>
@@ -38,11 +41,13 @@ protected:
             m_fenceChannel,
             [this](std::uint64_t, const zu::CValue& value) { m_fenceSeen = value.as_uint32(); },
             zu::sub::channel_value_update, &m_fenceSubscription);
+        m_subscriptionsAtStart = store().subscriptionCount();
     }
 
     void TearDown() override
     {
         flush();
+        EXPECT_EQ(store().subscriptionCount(), m_subscriptionsAtStart) << "a data-store subscription was left";
         CdsInBandAccessor::getInstance().unsubscribe(m_fenceSubscription);
         EXPECT_TRUE(bookkeepingIsEmpty()) << "an accessor was left in the subscription bookkeeping";
         store().clear();
@@ -98,11 +103,29 @@ protected:
                 return false;
             }
         }
-        return Accessor::m_mapChannelAccessorChannelUpdateSubscriberId.empty() &&
-               Accessor::m_mapChannelAccessorChannelStateSubscriberId.empty() &&
-               Accessor::m_mapChannelAccessorChannelSettingsSubscriberId.empty() &&
-               Accessor::m_mapChannelAccessorDeviceSettingsSubscriberId.empty() &&
-               Accessor::m_mapChannelAccessorDeviceCreationSubscriberId.empty();
+        using Alarm = CdsAlarmToOneDiscreteAccessor;
+        using Device = CdsDeviceAccessor;
+        return allEmpty(Accessor::m_mapChannelAccessorChannelUpdateSubscriberId,
+                        Accessor::m_mapChannelAccessorChannelStateSubscriberId,
+                        Accessor::m_mapChannelAccessorChannelSettingsSubscriberId,
+                        Accessor::m_mapChannelAccessorDeviceSettingsSubscriberId,
+                        Accessor::m_mapChannelAccessorDeviceCreationSubscriberId,
+                        Device::m_mapDeviceAccessorDeviceSubscriber, Device::m_mapDeviceAccessorDeviceSubscriberId,
+                        Device::m_mapDeviceAccessorDeviceSettingsSubscriber,
+                        Device::m_mapDeviceAccessorDeviceSettingsSubscriberId,
+                        Device::m_mapDeviceAccessorDeviceCreationSubscriber,
+                        Device::m_mapDeviceAccessorDeviceCreationSubscriberId,
+                        Alarm::m_mapChannelAccessorChannelAlarmSubscriber,
+                        Alarm::m_mapChannelAccessorChannelAlarmSubscriberId,
+                        Alarm::m_mapChannelAccessorDeviceSettingsSubscriber,
+                        Alarm::m_mapChannelAccessorDeviceSettingsSubscriberId,
+                        Alarm::m_mapChannelAccessorDeviceCreationSubscriber,
+                        Alarm::m_mapChannelAccessorDeviceCreationSubscriberId);
+    }
+
+    static bool allEmpty(const auto&... maps)
+    {
+        return (maps.empty() && ...);
     }
 
     static std::array<const Accessor::SubscriberSets*, 5> allSubscriberSets()
@@ -118,6 +141,7 @@ private:
     std::uint64_t m_fenceChannel = 0;
     std::uint64_t m_fenceSubscription = 0;
     std::uint32_t m_fenceWritten = 0;
+    std::size_t m_subscriptionsAtStart = 0;
     std::atomic<std::uint32_t> m_fenceSeen{0};
 };
 

@@ -38,6 +38,20 @@ protected:
         return result.values;
     }
 
+    // `count` registers from `reference` as text, two characters each.
+    std::string readText(int reference, int count)
+    {
+        const auto words = mbpoll("-t 3:hex -r " + std::to_string(reference) + " -c " + std::to_string(count) +
+                                  " 127.0.0.1");
+        std::string text;
+        for (int i = reference; i < reference + count; ++i) {
+            const auto word = static_cast<unsigned>(std::stoul(words.at(i), nullptr, 16));
+            text += static_cast<char>(word >> 8);
+            text += static_cast<char>(word & 0xFF);
+        }
+        return text;
+    }
+
     float readFloat(const std::string& arguments) { return std::stof(mbpoll(arguments).at(referenceOf(arguments))); }
 
     static int referenceOf(const std::string& arguments)
@@ -72,14 +86,26 @@ TEST_F(DaemonEndToEndTest, IntegersMatchTheSeed)
 
 TEST_F(DaemonEndToEndTest, StringMatchesTheSeed)
 {
-    const auto words = mbpoll("-t 3:hex -r 17 -c 5 127.0.0.1");
-    std::string text;
-    for (int reference = 17; reference < 22; ++reference) {
-        const auto word = static_cast<unsigned>(std::stoul(words.at(reference), nullptr, 16));
-        text += static_cast<char>(word >> 8);
-        text += static_cast<char>(word & 0xFF);
+    EXPECT_EQ(readText(17, 5), "PM3-77-XYZ");
+}
+
+TEST_F(DaemonEndToEndTest, DeviceAttributesMatchTheSeed)
+{
+    EXPECT_EQ(readText(40, 5), std::string("PM3-77") + std::string(4, '\0'));
+    EXPECT_EQ(readText(45, 4), std::string("PM-3") + std::string(4, '\0'));
+    EXPECT_EQ(mbpoll("-t 3 -r 49 127.0.0.1").at(49), "3");
+}
+
+TEST_F(DaemonEndToEndTest, AlarmDiscretesReportOnlyTheSimulatedAlarmsType)
+{
+    // The simulator raises code 7 with flag 1 (type 4) near the top of the
+    // voltage's swing; nothing else ever matches.
+    const auto states = mbpoll("-t 1 -r 5 -c 5 127.0.0.1");
+    ASSERT_EQ(states.size(), 5u);
+    for (int reference = 5; reference < 9; ++reference) {
+        EXPECT_EQ(states.at(reference), "0") << "alarm type " << reference - 5;
     }
-    EXPECT_EQ(text, "PM3-77-XYZ");
+    EXPECT_TRUE(states.at(9) == "0" || states.at(9) == "1");
 }
 
 TEST_F(DaemonEndToEndTest, WrittenHoldingRegisterReadsBackAsTheStoreAcceptedIt)

@@ -15,6 +15,11 @@ namespace orv::modbusd {
 namespace {
 
 constexpr unsigned g_ticksPerTurn = 60;
+// The alarm raised near the top of a value's swing: code 7 with flag 1, the
+// trigger the Modbus alarm discretes of type 4 report.
+constexpr zu::CAlarmTrigger g_highAlarm{7, 1, 0.0f};
+// The part of the swing, from the bottom, above which the alarm is raised.
+constexpr float g_highAlarmLevel = 0.8f;
 
 constexpr const char* g_statusChannel = "PowerDistribution.Status.OperatingStatus";
 
@@ -105,7 +110,29 @@ void Simulator::step(unsigned tick)
         const double middle = (target.minimum + target.maximum) / 2.0;
         const double amplitude = (target.maximum - target.minimum) / 2.0;
         const auto value = static_cast<float>(std::round((middle + amplitude * std::sin(angle)) * 100.0) / 100.0);
-        writeChannel(target.channelId, zu::CValue(value));
+        if (writeChannel(target.channelId, zu::CValue(value))) {
+            followAlarm(target, value);
+        }
+    }
+}
+
+// A channel whose alarm is enabled gets a high alarm near the top of its
+// swing, cleared again below, so that its alarm discretes change now and
+// then.
+void Simulator::followAlarm(const Target& target, float value)
+{
+    auto& store = cdsapi::DataStore::instance();
+    try {
+        if (!store.getChannelAlarmEnabled(target.channelId)) {
+            return;
+        }
+        if (value >= target.minimum + g_highAlarmLevel * (target.maximum - target.minimum)) {
+            store.raiseAlarm(target.channelId, zu::CAlarmTrigger{g_highAlarm.code, g_highAlarm.flag, target.maximum});
+        } else {
+            store.clearAlarm(target.channelId, g_highAlarm);
+        }
+    } catch (const std::exception& error) {
+        SPDLOG_LOGGER_ERROR(logger(), "simulator: {}", error.what());
     }
 }
 

@@ -34,6 +34,7 @@ private:
 
     void run(std::stop_token stop);
     void step(unsigned tick);
+    static void followAlarm(const Target& target, float value);
     void putServiceInService();
 
     std::vector<Target> m_targets;

@@ -3,12 +3,11 @@
 #include <orv/modbus/cds/CdsInBandAccessor.h>
 
 #include "CaughtFailures.h"
+#include "DataStoreSubscriptions.h"
 #include "ServerLogger.h"
 #include "SubscriptionBook.h"
 
-#include <exception>
 #include <limits>
-#include <utility>
 
 namespace orv::modbus::cds {
 
@@ -26,8 +25,6 @@ CdsChannelAccessor::SubscriptionIds CdsChannelAccessor::m_mapChannelAccessorDevi
 namespace {
 
 using Book = SubscriptionBook<CdsChannelAccessor>;
-using Handler = void (*)(std::uint64_t);
-
 constexpr std::uint64_t g_allOnes = std::numeric_limits<std::uint64_t>::max();
 
 Book g_channelUpdateBook{CdsChannelAccessor::m_mapChannelAccessorChannelUpdateSubscriber,
@@ -41,43 +38,9 @@ Book g_deviceSettingsBook{CdsChannelAccessor::m_mapChannelAccessorDeviceSettings
 Book g_deviceCreationBook{CdsChannelAccessor::m_mapChannelAccessorDeviceCreationSubscriber,
                           CdsChannelAccessor::m_mapChannelAccessorDeviceCreationSubscriberId};
 
-// Every handler walks the watchers under it; every destructor leaves it
-// before the books.
-SubscriberWalks<CdsChannelAccessor> g_walks;
-
 cdsapi::InBandAccessor& inBand()
 {
     return CdsInBandAccessor::getInstance();
-}
-
-// Nothing escapes into the data store's notification thread: a notification
-// for an object nobody watches any more (std::out_of_range) or a failing
-// re-detection is logged at debug level and over.
-void dispatch(Handler handler, std::uint64_t objectId) noexcept
-{
-    try {
-        handler(objectId);
-    } catch (...) {
-        CaughtFailures::log("A data-store notification", ORV_SOURCE_HERE);
-    }
-}
-
-std::uint64_t subscribeChannelTo(std::uint64_t channelId, zu::sub::subscription_type type, Handler handler)
-{
-    std::uint64_t subscriptionId = 0;
-    inBand().subscribeChannel(
-        channelId, [handler, channelId](std::uint64_t, const zu::CValue&) { dispatch(handler, channelId); }, type,
-        &subscriptionId);
-    return subscriptionId;
-}
-
-std::uint64_t subscribeDeviceTo(std::uint64_t deviceId, zu::sub::subscription_type type, Handler handler)
-{
-    std::uint64_t subscriptionId = 0;
-    inBand().subscribeDevice(
-        deviceId, [handler, deviceId](std::uint64_t) { dispatch(handler, deviceId); }, type, false,
-        &subscriptionId);
-    return subscriptionId;
 }
 
 cdsapi::TriggerId triggerOf(DataType type)
@@ -112,11 +75,7 @@ CdsChannelAccessor::CdsChannelAccessor(std::uint64_t deviceId, std::uint64_t res
                                        const std::vector<unsigned int>& subDevicePath,
                                        const std::string& channelName, const std::string& deviceName,
                                        DataType type)
-    : m_deviceId(deviceId)
-    , m_resolvedDeviceId(resolvedDeviceId)
-    , m_subDevicePath(subDevicePath)
-    , m_channelName(channelName)
-    , m_deviceName(deviceName)
+    : CdsChannelDetectionBase(deviceId, resolvedDeviceId, subDevicePath, channelName, deviceName)
     , m_dataType(type)
 {
 }
@@ -124,34 +83,23 @@ CdsChannelAccessor::CdsChannelAccessor(std::uint64_t deviceId, std::uint64_t res
 CdsChannelAccessor::~CdsChannelAccessor()
 {
     try {
-        // Every book, not only the ids stored now: a detection may have left
-        // this accessor watching an earlier device or channel.
-        std::vector<std::uint64_t> unused;
-        {
-            const auto walksLeft = g_walks.leave(this);
-            if (m_channelId != 0 && m_dataType > DataType::AlarmEnabled) {
-                SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeChannelSettings with the cannonical name {}",
-                                    m_channelName);
-            }
-            if (m_resolvedDeviceId != 0) {
-                SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings with the cannonical name {}",
-                                    m_channelName);
-            }
-            for (Book* book : {&g_channelUpdateBook, &g_channelStateBook, &g_channelSettingsBook,
-                               &g_deviceCreationBook}) {
-                for (const auto& [objectId, subscriptionId] : book->forget(this)) {
-                    unused.push_back(subscriptionId);
-                }
-            }
-            for (const auto& [deviceId, subscriptionId] : g_deviceSettingsBook.forget(this)) {
-                SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings remove subscribe for the deviceId {}",
-                                    deviceId);
-                unused.push_back(subscriptionId);
-            }
+        // Out of the walks first: until then a handler on the notification
+        // thread may still be detecting this accessor again.
+        const auto unused = leaveBookkeeping(m_walks,
+                                             {&g_channelUpdateBook, &g_channelStateBook, &g_channelSettingsBook,
+                                              &g_deviceCreationBook, &g_deviceSettingsBook},
+                                             this);
+        if (m_channelId != 0 && m_dataType > DataType::AlarmEnabled) {
+            SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeChannelSettings with the cannonical name {}", m_channelName);
         }
-        for (const auto subscriptionId : unused) {
-            Book::release(subscriptionId);
+        if (m_resolvedDeviceId != 0) {
+            SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings with the cannonical name {}", m_channelName);
         }
+        for (const auto& [deviceId, subscriptionId] : unused.back()) {
+            SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings remove subscribe for the deviceId {}",
+                                deviceId);
+        }
+        releaseUnused<CdsChannelAccessor>(unused);
     } catch (...) {
         // Nothing may leave a destructor.
         CaughtFailures::log("Leaving the subscriptions of a channel accessor", ORV_SOURCE_HERE);
@@ -217,138 +165,12 @@ zu::CValue CdsChannelAccessor::getCValue() const
     return {};
 }
 
-bool CdsChannelAccessor::isExistingInCds() const
-{
-    return m_found;
-}
-
-void CdsChannelAccessor::setUpdateCallback(std::function<void(const zu::CValue&)> callback)
-{
-    {
-        std::lock_guard lock(m_callbackMutex);
-        m_updateCallback = callback;
-    }
-    if (callback) {
-        callback(getCValue());
-    }
-}
-
 void CdsChannelAccessor::callbackUpdateChannelValue(const zu::CValue& value)
 {
-    // A copy: the callback may destroy this accessor, and with it the
-    // stored function.
-    if (const auto callback = updateCallback()) {
-        callback(value);
-    }
+    callUpdateCallback(value);
 }
 
-std::function<void(const zu::CValue&)> CdsChannelAccessor::updateCallback() const
-{
-    std::lock_guard lock(m_callbackMutex);
-    return m_updateCallback;
-}
-
-std::string CdsChannelAccessor::describe() const
-{
-    const std::string device = m_deviceName.empty() ? std::to_string(m_deviceId) : "\"" + m_deviceName + "\"";
-    return "device " + device + " channel \"" + m_channelName + "\"";
-}
-
-void CdsChannelAccessor::requestDetection()
-{
-    // A handler may ask for a detection while the constructor's one is still
-    // running on another thread. Instead of running both at once on the same
-    // members, the running one repeats until every request is served.
-    if (m_detectionRequests.fetch_add(1) != 0) {
-        return;
-    }
-    unsigned served = 1;
-    for (;;) {
-        try {
-            detectChannel();
-        } catch (...) {
-            m_detectionRequests = 0;
-            throw;
-        }
-        const auto left = m_detectionRequests.fetch_sub(served) - served;
-        if (left == 0) {
-            break;
-        }
-        served = left;
-    }
-    reportDetection();
-}
-
-void CdsChannelAccessor::reportDetection()
-{
-    if (const auto callback = updateCallback()) {
-        callback(m_found ? getCValue() : zu::CValue());
-    }
-}
-
-void CdsChannelAccessor::detectChannel()
-{
-    std::uint64_t newChannelId = 0;
-    if (const auto device = locateDevice()) {
-        if (*device != m_resolvedDeviceId) {
-            // The settings watch of the previous device stays; it only goes
-            // on the not-found path and with the accessor.
-            subscribeDeviceSettings(*device, this);
-            releaseChannelSubscription();
-        }
-        m_resolvedDeviceId = *device;
-        newChannelId = lookUpChannel();
-        if (newChannelId != 0) {
-            subscribeChannel(newChannelId);
-        }
-        stopWatchingDeviceCreation();
-        if (newChannelId == 0) {
-            releaseChannelSubscription();
-        }
-    } else {
-        if (m_resolvedDeviceId != 0) {
-            unsubscribeDeviceSettings(m_resolvedDeviceId, this);
-        }
-        watchDeviceCreation();
-        m_resolvedDeviceId = 0;
-        releaseChannelSubscription();
-    }
-    m_found = newChannelId != 0;
-    m_channelId = newChannelId;
-}
-
-std::optional<std::uint64_t> CdsChannelAccessor::locateDevice()
-{
-    try {
-        auto& cds = CdsInBandAccessor::getInstance();
-        if (m_deviceId == g_allOnes) {
-            m_deviceId = cds.getDeviceByName(m_deviceName);
-        }
-        cds.getDevice(m_deviceId);
-        auto current = m_deviceId;
-        for (const auto index : m_subDevicePath) {
-            const auto subDevices = cds.getSubDevicesIds(current, 1);
-            if (index >= subDevices.size()) {
-                return std::nullopt;
-            }
-            current = subDevices[index];
-        }
-        return current;
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
-}
-
-std::uint64_t CdsChannelAccessor::lookUpChannel() const
-{
-    try {
-        return inBand().getChannelId(m_resolvedDeviceId, m_channelName);
-    } catch (const std::exception&) {
-        return 0;
-    }
-}
-
-void CdsChannelAccessor::subscribeChannel(std::uint64_t newChannelId)
+void CdsChannelAccessor::watchChannel(std::uint64_t newChannelId)
 {
     switch (m_dataType) {
     case DataType::ChannelValue:
@@ -365,7 +187,7 @@ void CdsChannelAccessor::subscribeChannel(std::uint64_t newChannelId)
     }
 }
 
-void CdsChannelAccessor::releaseChannelSubscription()
+void CdsChannelAccessor::unwatchChannel()
 {
     const auto channelId = m_channelId.load();
     if (channelId == 0) {
@@ -381,30 +203,6 @@ void CdsChannelAccessor::releaseChannelSubscription()
     default:
         unsubscribeChannelSettings(channelId, this);
         break;
-    }
-}
-
-void CdsChannelAccessor::watchDeviceCreation()
-{
-    if (m_creationWatchId && *m_creationWatchId != m_deviceId) {
-        stopWatchingDeviceCreation();
-    }
-    try {
-        // Remembered before subscribing: the book keeps the accessor even
-        // when the data store refuses the subscription.
-        m_creationWatchId = m_deviceId;
-        subscribeDeviceCreation(m_deviceId, this);
-    } catch (const std::exception&) {
-        // Still not found; a later notification retries.
-        CaughtFailures::log("Watching for the creation of a device", ORV_SOURCE_HERE);
-    }
-}
-
-void CdsChannelAccessor::stopWatchingDeviceCreation()
-{
-    if (m_creationWatchId) {
-        unsubscribeDeviceCreation(*m_creationWatchId, this);
-        m_creationWatchId.reset();
     }
 }
 
@@ -482,36 +280,36 @@ void CdsChannelAccessor::unsubscribeDeviceCreation(std::uint64_t deviceId, CdsCh
 
 void CdsChannelAccessor::cdsChannelUpdate(std::uint64_t channelId)
 {
-    Walk walk(g_walks, g_channelUpdateBook, channelId);
+    Walk walk(m_walks, g_channelUpdateBook, channelId);
     try {
         const auto value = inBand().getChannelCValue(channelId);
         walk.forEach([&value](CdsChannelAccessor* accessor) { accessor->callbackUpdateChannelValue(value); });
     } catch (...) {
-        redetect(walk);
+        redetectVanished(walk);
     }
 }
 
 void CdsChannelAccessor::cdsChannelState(std::uint64_t channelId)
 {
-    Walk walk(g_walks, g_channelStateBook, channelId);
+    Walk walk(m_walks, g_channelStateBook, channelId);
     try {
         // Read only to learn that the channel still exists.
         inBand().getChannelCValue(channelId);
         const zu::CValue enabled(inBand().getChannelAlarmEnabled(channelId));
         walk.forEach([&enabled](CdsChannelAccessor* accessor) { accessor->callbackUpdateChannelValue(enabled); });
     } catch (...) {
-        redetect(walk);
+        redetectVanished(walk);
     }
 }
 
 void CdsChannelAccessor::cdsChannelSettings(std::uint64_t channelId)
 {
     SPDLOG_LOGGER_DEBUG(serverLogger(), "Channel settings with the channel id {}", channelId);
-    Walk walk(g_walks, g_channelSettingsBook, channelId);
+    Walk walk(m_walks, g_channelSettingsBook, channelId);
     try {
         inBand().getChannelCValue(channelId);
     } catch (...) {
-        redetect(walk);
+        redetectVanished(walk);
         return;
     }
     walk.forEachIsolated("Settings update", [](CdsChannelAccessor* accessor) {
@@ -522,7 +320,7 @@ void CdsChannelAccessor::cdsChannelSettings(std::uint64_t channelId)
 void CdsChannelAccessor::cdsDeviceSettings(std::uint64_t deviceId)
 {
     SPDLOG_LOGGER_DEBUG(serverLogger(), "Device settings callback with the device id {}", deviceId);
-    Walk walk(g_walks, g_deviceSettingsBook, deviceId);
+    Walk walk(m_walks, g_deviceSettingsBook, deviceId);
     walk.forEachIsolated("Detection", [](CdsChannelAccessor* accessor) {
         SPDLOG_LOGGER_DEBUG(serverLogger(), "cannonical name  {}", accessor->m_channelName);
         accessor->requestDetection();
@@ -531,14 +329,8 @@ void CdsChannelAccessor::cdsDeviceSettings(std::uint64_t deviceId)
 
 void CdsChannelAccessor::cdsDeviceCreation(std::uint64_t deviceId)
 {
-    Walk walk(g_walks, g_deviceCreationBook, deviceId);
-    walk.forEachIsolated("Detection", [](CdsChannelAccessor* accessor) { accessor->requestDetection(); });
-}
-
-void CdsChannelAccessor::redetect(Walk& walk)
-{
-    walk.forEach([](CdsChannelAccessor* accessor) { accessor->m_found = false; });
-    walk.forEachIsolated("Detection", [](CdsChannelAccessor* accessor) { accessor->requestDetection(); });
+    Walk walk(m_walks, g_deviceCreationBook, deviceId);
+    redetectEach(walk);
 }
 
 } // namespace orv::modbus::cds

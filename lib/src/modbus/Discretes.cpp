@@ -47,7 +47,10 @@ void Discretes::setMapping(modbus_mapping_t* mapping)
 {
     attachMapping(mapping);
     if (mapping != nullptr) {
-        setValue(m_pAccessor->getData());
+        const auto values = m_pAccessor->getData();
+        // A notification may already be writing the same tables.
+        std::lock_guard lock(*this);
+        setValue(values);
     }
 }
 
@@ -87,6 +90,9 @@ void Discretes::setValue(const std::vector<uint8_t>& values)
 void Discretes::updateDataFromAccessor(const std::vector<uint8_t>& values)
 {
     if (isMapped()) {
+        // Under the entry's lock, which request processing and client writes
+        // read the tables under; no data-store call is made while it is held.
+        std::lock_guard lock(*this);
         setValue(values);
     }
 }

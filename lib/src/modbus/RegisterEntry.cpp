@@ -61,7 +61,10 @@ void RegisterEntry<Tables>::setMapping(modbus_mapping_t* mapping)
 {
     attachMapping(mapping);
     if (mapping != nullptr) {
-        setValue(m_pAccessor->getData());
+        const auto words = m_pAccessor->getData();
+        // A notification may already be writing the same tables.
+        std::lock_guard lock(*this);
+        setValue(words);
     }
 }
 
@@ -110,6 +113,9 @@ template <class Tables>
 void RegisterEntry<Tables>::updateDataFromAccessor(const std::vector<uint16_t>& values)
 {
     if (isMapped()) {
+        // Under the entry's lock, which request processing and client writes
+        // read the tables under; no data-store call is made while it is held.
+        std::lock_guard lock(*this);
         setValue(values);
     }
 }

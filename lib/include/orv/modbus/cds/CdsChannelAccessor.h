@@ -1,15 +1,11 @@
 #pragma once
 
-#include <orv/modbus/cds/CdsDataAccessor.h>
+#include <orv/modbus/cds/CdsChannelDetectionBase.h>
 #include <orv/modbus/cds/DataType.h>
-#include <orv/modbus/cds/SubscriberWalks.h>
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -25,17 +21,9 @@ namespace orv::modbus::cds {
 //
 // Threads: handlers run on the data-store client's notification thread;
 // construction, destruction, reads and writes on the callers' threads. No
-// lock is held while the data store is called.
-//
-// Destruction is safe from any thread, the notification thread included: an
-// accessor may be destroyed by a callback, its own or another accessor's
-// (a plug-in tearing down a group of entries, a map destroyed from a
-// notification). Destroyed on another thread, it waits for a running handler
-// to finish; destroyed inside a handler, it is skipped by the rest of that
-// handler's walk. Either way it is never called again (see SubscriberWalks).
-// One accessor whose detection or callback fails never keeps the others of
-// the same object from theirs.
-class CdsChannelAccessor : public CdsDataAccessor {
+// lock is held while the data store is called. Detection, and destruction
+// from any thread, as CdsDetectionBase describes.
+class CdsChannelAccessor : public CdsChannelDetectionBase<CdsChannelAccessor> {
 public:
     using SubscriberSets = std::map<std::uint64_t, std::set<CdsChannelAccessor*>>;
     using SubscriptionIds = std::map<std::uint64_t, std::uint64_t>;
@@ -46,19 +34,11 @@ public:
                        const std::string& channelName, DataType type);
     ~CdsChannelAccessor() override;
 
-    CdsChannelAccessor(const CdsChannelAccessor&) = delete;
-    CdsChannelAccessor& operator=(const CdsChannelAccessor&) = delete;
-
     void setCValue(const zu::CValue& value) override;
     zu::CValue getCValue() const override;
-    bool isExistingInCds() const override;
-    void setUpdateCallback(std::function<void(const zu::CValue&)> callback) override;
 
     // Calls the update callback with `value` when one is set.
     void callbackUpdateChannelValue(const zu::CValue& value);
-
-    // The device and channel this accessor binds, for log lines.
-    std::string describe() const;
 
     // Bookkeeping of the data-store subscriptions, per kind: who watches
     // which object, and the one subscription made for it. Unsubscribing is
@@ -100,44 +80,11 @@ private:
                        const std::vector<unsigned int>& subDevicePath, const std::string& channelName,
                        const std::string& deviceName, DataType type);
 
-    // Runs detectChannel(), or, when a detection of this accessor is already
-    // running on another thread, makes that one run once more.
-    void requestDetection();
-    void detectChannel();
-    // Steps of the detection: the device the channel lives in (following
-    // the sub-device path), or nothing when it cannot be reached.
-    std::optional<std::uint64_t> locateDevice();
-    std::uint64_t lookUpChannel() const;
-    void subscribeChannel(std::uint64_t newChannelId);
-    void releaseChannelSubscription();
-    void watchDeviceCreation();
-    void stopWatchingDeviceCreation();
+    // The channel's kind of watch by data type.
+    void watchChannel(std::uint64_t newChannelId) override;
+    void unwatchChannel() override;
 
-    using Walk = SubscriberWalks<CdsChannelAccessor>::Walk;
-
-    // Runs after a detection, as the last use of this accessor: the callback
-    // may destroy it.
-    void reportDetection();
-    std::function<void(const zu::CValue&)> updateCallback() const;
-
-    static void redetect(Walk& walk);
-
-    std::uint64_t m_deviceId;
-    std::uint64_t m_resolvedDeviceId;
-    std::vector<unsigned int> m_subDevicePath;
-    std::string m_channelName;
-    std::string m_deviceName;
     DataType m_dataType;
-    std::atomic<bool> m_found{false};
-    std::atomic<std::uint64_t> m_channelId{0};
-    std::function<void(const zu::CValue&)> m_updateCallback;
-    mutable std::mutex m_callbackMutex;
-    // The id the device-creation watch was made under. It is released under
-    // that id, even after the device id has changed (a device given by name
-    // is watched under all ones until its id is known).
-    std::optional<std::uint64_t> m_creationWatchId;
-    // Detection requests not yet served; see requestDetection().
-    std::atomic<unsigned> m_detectionRequests{0};
 };
 
 } // namespace orv::modbus::cds

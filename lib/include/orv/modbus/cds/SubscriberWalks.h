@@ -86,6 +86,22 @@ public:
             });
         }
 
+        // As forEachIsolated, and a member whose action failed, if that did
+        // not destroy it, goes through `recover` (whose failure is logged).
+        template <typename Action, typename Recover>
+        void forEachRecovering(const char* what, Action&& action, Recover&& recover)
+        {
+            forEachIsolated(what, [&](Subscriber* member) {
+                try {
+                    action(member);
+                } catch (...) {
+                    if (m_members.contains(member)) {
+                        recover(member);
+                    }
+                }
+            });
+        }
+
     private:
         void reportFailure(const char* what, const Subscriber* member, const char* error) const
         {
