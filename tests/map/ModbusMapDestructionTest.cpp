@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -61,10 +62,16 @@ public:
     std::string getStrValue() const override { return "changing"; }
     uint16_t getSize() const override { return m_size; }
 
+    // The entry sets its callback once when it is built and once more when
+    // it is destroyed: the second time waits for a running call, so that the
+    // old callback is never called into a dying entry.
     void setCallback(std::function<void(const std::vector<uint16_t>&)> callback) override
     {
+        std::lock_guard lock(m_callbackMutex);
         m_callback = std::move(callback);
-        m_thread = std::thread([this] { run(); });
+        if (!m_thread.joinable()) {
+            m_thread = std::thread([this] { run(); });
+        }
     }
 
     int changes() const { return m_changes; }
@@ -73,7 +80,10 @@ private:
     void run()
     {
         for (uint16_t word = 1; !m_stop; word = static_cast<uint16_t>(word % 0xffff + 1)) {
-            m_callback(std::vector<uint16_t>(m_size, word));
+            {
+                std::lock_guard lock(m_callbackMutex);
+                m_callback(std::vector<uint16_t>(m_size, word));
+            }
             ++m_changes;
             // Leaves the test's own thread a share of a busy machine.
             std::this_thread::yield();
@@ -82,6 +92,7 @@ private:
 
     const uint16_t m_size;
     std::atomic<int>& m_alive;
+    std::mutex m_callbackMutex;
     std::function<void(const std::vector<uint16_t>&)> m_callback;
     std::atomic<bool> m_stop{false};
     std::atomic<int> m_changes{0};

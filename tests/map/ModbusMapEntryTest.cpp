@@ -74,6 +74,34 @@ TEST(ModbusMapEntryTest, TakesItsSizeFromTheAccessorAndRegistersTheCallbackOnce)
     EXPECT_FALSE(entry->isMapped());
 }
 
+// An accessor shared with someone else outlives its entry: what it reports
+// after the entry is gone reaches neither the entry nor its tables.
+TEST(ModbusMapEntryTest, ChangesReportedAfterTheEntryIsGoneReachNoTable)
+{
+    const auto mapping = makeMapping();
+    auto [holding, holdingAccessor] = registerEntry<HoldingRegisters>(0, 1);
+    auto [legacy, legacyAccessor] = registerEntry<LegacyRegisters>(4, 1);
+    auto [discrete, discreteAccessor] = discreteEntry(2, 1);
+    holding->setMapping(mapping.get());
+    legacy->setMapping(mapping.get());
+    discrete->setMapping(mapping.get());
+
+    holding.reset();
+    legacy.reset();
+    discrete.reset();
+    holdingAccessor->fire({5});
+    legacyAccessor->fire({6});
+    discreteAccessor->fire({1});
+
+    EXPECT_EQ(mapping->tab_registers[0], 0);
+    EXPECT_EQ(mapping->tab_registers[4], 0);
+    EXPECT_EQ(mapping->tab_input_registers[4], 0);
+    EXPECT_EQ(mapping->tab_bits[2], 0);
+    EXPECT_EQ(mapping->tab_input_bits[2], 0);
+    EXPECT_EQ(holdingAccessor->setCallbackCalls(), 2);
+    EXPECT_EQ(discreteAccessor->setCallbackCalls(), 2);
+}
+
 TEST(ModbusMapEntryTest, ForwardsTextsAndAvailabilityToTheAccessor)
 {
     auto [entry, accessor] = registerEntry<Registers>(0, 1);

@@ -3,7 +3,6 @@
 #include "EntryAccessor.h"
 #include "ModbusTable.h"
 
-#include <mutex>
 #include <utility>
 
 namespace orv::modbus {
@@ -28,6 +27,11 @@ Discretes::Discretes(uint16_t address, std::shared_ptr<DiscretesDataAccessor> ac
     m_pAccessor->setCallback([this](const std::vector<uint8_t>& values) { updateDataFromAccessor(values); });
 }
 
+Discretes::~Discretes()
+{
+    cutAccessorCallback(*m_pAccessor);
+}
+
 int Discretes::getType() const
 {
     return g_typeDiscretes;
@@ -47,10 +51,7 @@ void Discretes::setMapping(modbus_mapping_t* mapping)
 {
     attachMapping(mapping);
     if (mapping != nullptr) {
-        const auto values = m_pAccessor->getData();
-        // A notification may already be writing the same tables.
-        std::lock_guard lock(*this);
-        setValue(values);
+        setValue(m_pAccessor->getData());
     }
 }
 
@@ -64,14 +65,9 @@ void Discretes::updateDataInAccessor()
     if (!m_writable || !isMapped()) {
         return;
     }
-    std::vector<uint8_t> values;
-    {
-        // The store's notification thread writes the table under the same
-        // lock; setData is called without it, since it may notify back.
-        std::lock_guard lock(*this);
-        values = getValue();
-    }
-    m_pAccessor->setData(values);
+    // No lock: setData may notify back on this thread, and a notification
+    // may store into the tables meanwhile, bit by bit like this read.
+    m_pAccessor->setData(getValue());
 }
 
 std::vector<uint8_t> Discretes::getValue() const
@@ -89,10 +85,9 @@ void Discretes::setValue(const std::vector<uint8_t>& values)
 
 void Discretes::updateDataFromAccessor(const std::vector<uint8_t>& values)
 {
-    if (isMapped()) {
-        // Under the entry's lock, which request processing and client writes
-        // read the tables under; no data-store call is made while it is held.
-        std::lock_guard lock(*this);
+    // Lock-free, and no virtual call: this may run on the notification
+    // thread while the destructor is waiting to cut the callback.
+    if (mappedTables() != nullptr) {
         setValue(values);
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -10,12 +11,19 @@ namespace orv::modbus {
 
 // One of the four tables of a modbus_mapping_t, named by its data and size
 // members. Entries read and write through it element by element, without a
-// lock (a notification may store while a request is answered), and never
-// outside the table: an entry whose addresses wrap past 65535 or lie beyond
-// the allocated size leaves those positions alone and reads them as 0, and
-// an entry without tables (mapping nullptr) reads 0 and writes nothing.
+// lock: a notification thread stores while a handler thread answers a
+// request or hands a client's write to the accessor. Each element is one
+// relaxed atomic load or store, so such meetings are well defined; the
+// words of a value are independent, and nobody waits for a whole value.
+// Never outside the table: an entry whose addresses wrap past 65535 or lie
+// beyond the allocated size leaves those positions alone and reads them as
+// 0, and an entry without tables (mapping nullptr) reads 0 and writes
+// nothing.
 template <class T>
 struct ModbusTable {
+    // A relaxed atomic store must stay the plain store of one element.
+    static_assert(std::atomic_ref<T>::is_always_lock_free);
+
     T* modbus_mapping_t::*m_data;
     int modbus_mapping_t::*m_size;
 
@@ -24,7 +32,7 @@ struct ModbusTable {
         std::vector<T> values(count, T{0});
         for (std::size_t i = 0; i < count; ++i) {
             if (contains(mapping, address + i)) {
-                values[i] = (mapping->*m_data)[address + i];
+                values[i] = element(mapping, address + i).load(std::memory_order_relaxed);
             }
         }
         return values;
@@ -35,12 +43,17 @@ struct ModbusTable {
     {
         for (std::size_t i = 0; i < count; ++i) {
             if (contains(mapping, address + i)) {
-                (mapping->*m_data)[address + i] = i < values.size() ? values[i] : T{0};
+                element(mapping, address + i).store(i < values.size() ? values[i] : T{0}, std::memory_order_relaxed);
             }
         }
     }
 
 private:
+    std::atomic_ref<T> element(const modbus_mapping_t* mapping, std::size_t index) const
+    {
+        return std::atomic_ref<T>((mapping->*m_data)[index]);
+    }
+
     bool contains(const modbus_mapping_t* mapping, std::size_t index) const
     {
         return mapping != nullptr && mapping->*m_data != nullptr

@@ -7,7 +7,6 @@
 #include <orv/modbus/LegacyRegisters.h>
 #include <orv/modbus/Registers.h>
 
-#include <mutex>
 #include <utility>
 
 namespace orv::modbus {
@@ -30,6 +29,12 @@ RegisterEntry<Tables>::RegisterEntry(uint16_t address, std::shared_ptr<Registers
 {
     requireAccessor(m_pAccessor.get());
     m_pAccessor->setCallback([this](const std::vector<uint16_t>& values) { updateDataFromAccessor(values); });
+}
+
+template <class Tables>
+RegisterEntry<Tables>::~RegisterEntry()
+{
+    cutAccessorCallback(*m_pAccessor);
 }
 
 template <class Tables>
@@ -61,10 +66,7 @@ void RegisterEntry<Tables>::setMapping(modbus_mapping_t* mapping)
 {
     attachMapping(mapping);
     if (mapping != nullptr) {
-        const auto words = m_pAccessor->getData();
-        // A notification may already be writing the same tables.
-        std::lock_guard lock(*this);
-        setValue(words);
+        setValue(m_pAccessor->getData());
     }
 }
 
@@ -80,16 +82,11 @@ void RegisterEntry<Tables>::updateDataInAccessor()
     if (!m_writable || !isMapped()) {
         return;
     }
-    std::vector<uint16_t> words;
-    {
-        // The store's notification thread writes the tables under the same
-        // lock; setData is called without it, since it may notify back.
-        std::lock_guard lock(*this);
-        words = getValue();
-    }
+    // No lock: setData may notify back on this thread, and a notification
+    // may store into the tables meanwhile, word by word like this read.
+    const auto words = getValue();
     m_pAccessor->setData(words);
     if constexpr (Tables::g_mirrorAfterClientWrite) {
-        std::lock_guard lock(*this);
         setValue(words);
     }
 }
@@ -112,10 +109,9 @@ void RegisterEntry<Tables>::setValue(const std::vector<uint16_t>& values)
 template <class Tables>
 void RegisterEntry<Tables>::updateDataFromAccessor(const std::vector<uint16_t>& values)
 {
-    if (isMapped()) {
-        // Under the entry's lock, which request processing and client writes
-        // read the tables under; no data-store call is made while it is held.
-        std::lock_guard lock(*this);
+    // Lock-free, and no virtual call: this may run on the notification
+    // thread while the destructor is waiting to cut the callback.
+    if (mappedTables() != nullptr) {
         setValue(values);
     }
 }

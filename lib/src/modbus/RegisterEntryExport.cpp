@@ -1,9 +1,11 @@
 // The register kinds' export members, apart from the request path:
-// cxxtools' headers still need C++17.
+// cxxtools' headers still need C++17. The kinds' tables are only named here
+// (their definitions use C++20).
 
+#include <orv/modbus/HoldingRegisters.h>
+#include <orv/modbus/LegacyRegisters.h>
 #include <orv/modbus/RegisterEntry.h>
-
-#include "RegisterTables.h"
+#include <orv/modbus/Registers.h>
 
 #include <cxxtools/serializationinfo.h>
 

@@ -23,6 +23,9 @@ public:
     Discretes(uint16_t address, std::shared_ptr<DiscretesDataAccessor> accessor, bool writable,
               const std::string& name, const std::string& description, const std::string& statusTo1Text,
               const std::string& statusTo0Text);
+    // Cuts the accessor's callback before anything of the entry goes, and
+    // waits for a call of it running on another thread.
+    ~Discretes() override;
 
     int getType() const override;
     std::string getRepresentation() const override;
@@ -38,6 +41,7 @@ public:
     // ones are ignored.
     void setValue(const std::vector<uint8_t>& values);
     // The accessor's callback: lands in the tables once the entry is mapped.
+    // Lock-free and without virtual calls.
     void updateDataFromAccessor(const std::vector<uint8_t>& values);
 
 private:

@@ -25,6 +25,9 @@ public:
                   const std::string& description, const std::string& unit);
     RegisterEntry(uint16_t address, std::shared_ptr<RegistersDataAccessor> accessor, bool writable,
                   const std::string& name, const std::string& description, const std::string& unit);
+    // Cuts the accessor's callback before anything of the entry goes, and
+    // waits for a call of it running on another thread.
+    ~RegisterEntry() override;
 
     int getType() const override;
     std::string getRepresentation() const override;
@@ -41,6 +44,7 @@ public:
     // extra words are ignored.
     void setValue(const std::vector<uint16_t>& values);
     // The accessor's callback: lands in the tables once the entry is mapped.
+    // Lock-free and without virtual calls.
     void updateDataFromAccessor(const std::vector<uint16_t>& values);
 
     std::string getUnit() const;

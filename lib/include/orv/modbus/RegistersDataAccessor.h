@@ -13,9 +13,13 @@ namespace orv::modbus {
 // The first word always belongs to the lowest address of the entry.
 //
 // Calling order: the entry calls getSize() once while it is constructed,
-// then setCallback() exactly once, then getData() when the map attaches its
-// tables. From then on every operation may be called at any time, and the
-// callback may be invoked from any thread with the complete new value.
+// then setCallback() once, then getData() when the map attaches its tables.
+// From then on every operation may be called at any time, and the callback
+// may be invoked from any thread with the complete new value. The entry's
+// destructor calls setCallback() once more, with a callback that does
+// nothing, before any part of the entry is destroyed: an accessor calling
+// back from another thread makes that call wait for a running callback, so
+// that the old one is never called into a dying entry.
 class RegistersDataAccessor {
 public:
     virtual ~RegistersDataAccessor() = default;
