@@ -270,13 +270,17 @@ TEST_F(CdsAccessorTest, CallbackUnsubscribingItselfDoesNotDeadlock)
 TEST_F(CdsAccessorTest, CallbackMaySubscribeANewSubscription)
 {
     const auto other = store.addChannel(device, "Other", zu::CValue(0.0f));
+    std::atomic<bool> subscribing{false};
     std::atomic<bool> subscribed{false};
     std::uint64_t first = 0;
     client->subscribeChannel(
         channel,
         [&](std::uint64_t, const zu::CValue&) {
-            if (!subscribed.exchange(true)) {
+            if (!subscribing.exchange(true)) {
                 watchChannel(other, channel_value_update);
+                // Only now may the test change the other channel: a change
+                // made before the subscription is not notified.
+                subscribed = true;
             }
         },
         channel_value_update, &first);
