@@ -58,6 +58,18 @@ protected:
         return {static_cast<Word>(values[0].as_float())};
     }
 
+    // A one-register entry of the given kind on the data point.
+    template <class Kind>
+    std::unique_ptr<ModbusMapEntry> registerEntry()
+    {
+        return std::make_unique<Kind>(
+            0,
+            new CdsDataToRegistersAccessor(
+                1, {speed()}, [this](const auto& values) { return convert<uint16_t>(values); }, nullptr, nullptr,
+                "", MissingAccessorPolicy::AllExisting),
+            true, "speed", "", "");
+    }
+
     // Maps the entry, lets a change of the data point reach the conversion,
     // and destroys the entry while that notification is held there.
     void destroyWhileNotified(std::unique_ptr<ModbusMapEntry> entry)
@@ -82,22 +94,12 @@ protected:
 
 TEST_F(CdsEntryDestructionTest, HoldingRegisterEntryIsNotCalledOnceItsDestructionBegins)
 {
-    destroyWhileNotified(std::make_unique<HoldingRegisters>(
-        0,
-        new CdsDataToRegistersAccessor(
-            1, {speed()}, [this](const auto& values) { return convert<uint16_t>(values); }, nullptr, nullptr, "",
-            MissingAccessorPolicy::AllExisting),
-        true, "speed", "", ""));
+    destroyWhileNotified(registerEntry<HoldingRegisters>());
 }
 
 TEST_F(CdsEntryDestructionTest, LegacyRegisterEntryIsNotCalledOnceItsDestructionBegins)
 {
-    destroyWhileNotified(std::make_unique<LegacyRegisters>(
-        0,
-        new CdsDataToRegistersAccessor(
-            1, {speed()}, [this](const auto& values) { return convert<uint16_t>(values); }, nullptr, nullptr, "",
-            MissingAccessorPolicy::AllExisting),
-        true, "speed", "", ""));
+    destroyWhileNotified(registerEntry<LegacyRegisters>());
 }
 
 TEST_F(CdsEntryDestructionTest, DiscreteEntryIsNotCalledOnceItsDestructionBegins)
