@@ -1,6 +1,8 @@
 # Entry points. Each target installs what is missing first, so that both
 # work on a fresh Debian 12 machine.
 JOBS ?= $(shell nproc)
+# The tests mostly wait on sockets and timers: one more than the cores.
+TEST_JOBS ?= $(shell echo $$(($(JOBS) + 1)))
 BUILD ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
@@ -10,7 +12,7 @@ TSAN_TARGETS ?= server_tests cds_tests cdsapi_tests map_tests daemon_tests
 ARMHF_BUILD ?= build-armhf
 DEMO_CONFIG ?= $(BUILD)/maps/demo/demo-config.json
 
-.PHONY: all deps build build-asan build-tsan test test-normal test-asan test-tsan test-load soak fuzz test-fuzz demo bench readme-table deb armhf test-armhf clean
+.PHONY: all deps build build-asan build-tsan test test-normal test-normal-only test-asan test-asan-only test-tsan test-load soak fuzz test-fuzz demo bench readme-table deb armhf test-armhf clean
 
 all: build
 
@@ -19,35 +21,45 @@ deps:
 
 # The normal build is optimised without debug information: it is what the
 # daemon runs from, and it keeps the two builds of `make test` short. The
-# sanitizer build carries the debug information that reports need.
+# sanitizer build carries the line tables that reports need (-g1: file and
+# line in every frame, without the variable information nobody reads there).
 build: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG"
 	cmake --build $(BUILD) -j $(JOBS)
 
 build-asan: deps
-	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DORV_SANITIZE=ON -DORV_BUILD_BENCH=OFF
+	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DORV_SANITIZE=ON -DORV_BUILD_BENCH=OFF
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
 test-normal: build
-	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+	@$(MAKE) --no-print-directory test-normal-only
+
+test-normal-only:
+	ctest --test-dir $(BUILD) --output-on-failure -j $(TEST_JOBS)
 
 test-asan: build-asan
+	@$(MAKE) --no-print-directory test-asan-only
+
+test-asan-only:
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
+	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(TEST_JOBS)
 
 # ThreadSanitizer: a third tree with only the library, the stand-ins and the
 # test programs labelled `threads`. Any report fails the test that caused it
 # (halt_on_error makes the program exit non-zero).
 build-tsan: deps
-	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DORV_TSAN=ON -DORV_BUILD_BENCH=OFF
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DORV_TSAN=ON -DORV_BUILD_BENCH=OFF
 	cmake --build $(TSAN_BUILD) -j $(JOBS) --target $(TSAN_TARGETS)
 
 test-tsan: build-tsan
 	TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/tsan.supp" \
 	ctest --test-dir $(TSAN_BUILD) --output-on-failure -j $(JOBS) -L threads
 
-test: test-normal test-asan
+# Both builds and both test runs; the sanitizer build compiles while the
+# first tests run (see the script).
+test: deps
+	@scripts/test-all.sh $(BUILD) $(ASAN_BUILD)
 
 # The sustained-write load test (label `load`) for 10 s instead of the 3 s
 # it runs within `make test`.

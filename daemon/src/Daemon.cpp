@@ -1,10 +1,10 @@
 #include "Daemon.h"
 
+#include "DaemonLogger.h"
 #include "MapExport.h"
 #include "ServiceNotifier.h"
 #include "WatchedCounters.h"
 
-#include <orv/logging/Logger.h>
 #include <orv/modbus/ModbusMapSettings.h>
 #include <orv/modbus/ModbusServer.h>
 #include <orv/modbus/SupportedMaps.h>
@@ -17,11 +17,6 @@
 
 namespace orv::modbusd {
 namespace {
-
-std::shared_ptr<spdlog::logger> logger()
-{
-    return logging::getLogger("orv-gw-modbusd");
-}
 
 void loadMaps(const DaemonConfig& config)
 {
@@ -93,7 +88,7 @@ int Daemon::run()
                   << modbus::getParityForLib(line.parity) << line.stopBits << std::endl;
     }
 
-    const auto logSummary = [&counters] { SPDLOG_LOGGER_INFO(logger(), "statistics: {}", counters->summary()); };
+    const auto logSummary = [&counters] { SPDLOG_LOGGER_INFO(daemonLogger(), "statistics: {}", counters->summary()); };
     waitForStopSignal(logSummary);
     notifier.stopping();
     server.stop();
@@ -134,7 +129,7 @@ void Daemon::waitForStopSignal(const std::function<void()>& everyInterval) const
     for (;;) {
         const int signal = sigtimedwait(&m_stopSignals, nullptr, &interval);
         if (signal == SIGINT || signal == SIGTERM) {
-            SPDLOG_LOGGER_INFO(logger(), "stopping on signal {}", signal);
+            SPDLOG_LOGGER_INFO(daemonLogger(), "stopping on signal {}", signal);
             return;
         }
         if (signal == -1 && errno == EAGAIN) {

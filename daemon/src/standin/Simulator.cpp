@@ -1,9 +1,10 @@
 #include "Simulator.h"
 
+#include "DaemonLogger.h"
+
 #include <cdsapi/CdsAccessor.h>
 #include <cdsapi/DataStore.h>
 #include <orv/common/service/OperatingStatus.h>
-#include <orv/logging/Logger.h>
 #include <zu/CValue.h>
 
 #include <algorithm>
@@ -36,11 +37,6 @@ std::uint64_t findChannel(cdsapi::CdsAccessor& client, const std::string& device
                              + "\" in the data store");
 }
 
-std::shared_ptr<spdlog::logger> logger()
-{
-    return logging::getLogger("orv-gw-modbusd");
-}
-
 // A failed write is logged and the demo goes on (a driver would not stop
 // either).
 bool writeChannel(std::uint64_t channel, const zu::CValue& value)
@@ -49,7 +45,7 @@ bool writeChannel(std::uint64_t channel, const zu::CValue& value)
         cdsapi::DataStore::instance().setChannelCValue(channel, value);
         return true;
     } catch (const std::exception& error) {
-        SPDLOG_LOGGER_ERROR(logger(), "simulator: {}", error.what());
+        SPDLOG_LOGGER_ERROR(daemonLogger(), "simulator: {}", error.what());
         return false;
     }
 }
@@ -96,7 +92,7 @@ void Simulator::putServiceInService()
     const std::uint64_t channel = *m_pendingServiceChannel;
     m_pendingServiceChannel.reset();
     if (writeChannel(channel, zu::CValue(static_cast<std::uint32_t>(common::service::OperatingStatus::Running)))) {
-        SPDLOG_LOGGER_INFO(logger(), "simulator: the power-distribution service runs");
+        SPDLOG_LOGGER_INFO(daemonLogger(), "simulator: the power-distribution service runs");
     }
 }
 
@@ -132,7 +128,7 @@ void Simulator::followAlarm(const Target& target, float value)
             store.clearAlarm(target.channelId, g_highAlarm);
         }
     } catch (const std::exception& error) {
-        SPDLOG_LOGGER_ERROR(logger(), "simulator: {}", error.what());
+        SPDLOG_LOGGER_ERROR(daemonLogger(), "simulator: {}", error.what());
     }
 }
 

@@ -8,13 +8,6 @@
 
 namespace orv::modbus::cds {
 
-namespace {
-
-constexpr const char* g_setDataMessage = "setData is not implemented for ByteOrder";
-constexpr const char* g_buildMessage = "buildArrayFromFloat is not implemented for ByteOrder";
-
-} // namespace
-
 CdsFloatAccessor::CdsFloatAccessor(std::shared_ptr<CdsDataAccessor> accessor, float scale, unsigned char decimals)
     : CdsRegistersAccessorBase(std::move(accessor))
     , m_scale(scale)
@@ -39,7 +32,7 @@ CdsFloatAccessor::~CdsFloatAccessor()
 void CdsFloatAccessor::setData(const std::vector<uint16_t>& data)
 {
     writeIfAvailable([&] {
-        const float value = RegisterWords::joinFloat(data, m_byteOrder, g_setDataMessage);
+        const float value = RegisterWords::joinFloat(data, m_byteOrder, RegisterWords::setDataMessage);
         return value / m_scale;
     });
 }
@@ -70,7 +63,7 @@ uint16_t CdsFloatAccessor::getSize() const
 
 std::vector<uint16_t> CdsFloatAccessor::buildArrayFromFloat(float value) const
 {
-    return RegisterWords::splitFloat(value * m_scale, m_byteOrder, g_buildMessage);
+    return RegisterWords::splitFloat(value * m_scale, m_byteOrder, RegisterWords::buildFromFloatMessage);
 }
 
 void CdsFloatAccessor::callbackCdsEvent(const zu::CValue& value)

@@ -7,13 +7,6 @@
 
 namespace orv::modbus::cds {
 
-namespace {
-
-constexpr const char* g_setDataMessage = "setData is not implemented for ByteOrder";
-constexpr const char* g_buildMessage = "buildArrayFromFloat is not implemented for ByteOrder";
-
-} // namespace
-
 CdsFloatToRegistersAccessor::CdsFloatToRegistersAccessor(std::shared_ptr<CdsDataAccessor> accessor)
     : CdsRegistersAccessorBase(std::move(accessor))
 {
@@ -33,7 +26,7 @@ CdsFloatToRegistersAccessor::~CdsFloatToRegistersAccessor()
 
 void CdsFloatToRegistersAccessor::setData(const std::vector<uint16_t>& data)
 {
-    writeIfAvailable([&] { return RegisterWords::joinFloat(data, m_byteOrder, g_setDataMessage); });
+    writeIfAvailable([&] { return RegisterWords::joinFloat(data, m_byteOrder, RegisterWords::setDataMessage); });
 }
 
 std::vector<uint16_t> CdsFloatToRegistersAccessor::getData() const
@@ -62,7 +55,7 @@ uint16_t CdsFloatToRegistersAccessor::getSize() const
 
 std::vector<uint16_t> CdsFloatToRegistersAccessor::buildArrayFromFloat(float value) const
 {
-    return RegisterWords::split(SaturatingCast::toUint32(value), m_byteOrder, g_buildMessage);
+    return RegisterWords::split(SaturatingCast::toUint32(value), m_byteOrder, RegisterWords::buildFromFloatMessage);
 }
 
 void CdsFloatToRegistersAccessor::callbackCdsEvent(const zu::CValue& value)

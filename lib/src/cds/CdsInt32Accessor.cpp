@@ -6,13 +6,6 @@
 
 namespace orv::modbus::cds {
 
-namespace {
-
-constexpr const char* g_setDataMessage = "setData is not implemented for ByteOrder";
-constexpr const char* g_buildMessage = "buildArrayFromInt32 is not implemented for ByteOrder";
-
-} // namespace
-
 CdsInt32Accessor::CdsInt32Accessor(std::shared_ptr<CdsDataAccessor> accessor)
     : CdsRegistersAccessorBase(std::move(accessor))
 {
@@ -33,7 +26,7 @@ CdsInt32Accessor::~CdsInt32Accessor()
 void CdsInt32Accessor::setData(const std::vector<uint16_t>& data)
 {
     writeIfAvailable([&] {
-        const auto value = RegisterWords::join(data, m_byteOrder, g_setDataMessage);
+        const auto value = RegisterWords::join(data, m_byteOrder, RegisterWords::setDataMessage);
         return static_cast<std::int32_t>(value);
     });
 }
@@ -62,7 +55,7 @@ uint16_t CdsInt32Accessor::getSize() const
 
 std::vector<uint16_t> CdsInt32Accessor::buildArrayFromInt32(int value) const
 {
-    return RegisterWords::split(static_cast<std::uint32_t>(value), m_byteOrder, g_buildMessage);
+    return RegisterWords::split(static_cast<std::uint32_t>(value), m_byteOrder, RegisterWords::buildFromInt32Message);
 }
 
 void CdsInt32Accessor::callbackCdsEvent(const zu::CValue& value)

@@ -6,13 +6,6 @@
 
 namespace orv::modbus::cds {
 
-namespace {
-
-constexpr const char* g_setDataMessage = "setData is not implemented for ByteOrder";
-constexpr const char* g_buildMessage = "buildArrayFromInt32 is not implemented for ByteOrder";
-
-} // namespace
-
 CdsUint32Accessor::CdsUint32Accessor(std::shared_ptr<CdsDataAccessor> accessor)
     : CdsRegistersAccessorBase(std::move(accessor))
 {
@@ -32,7 +25,7 @@ CdsUint32Accessor::~CdsUint32Accessor()
 
 void CdsUint32Accessor::setData(const std::vector<uint16_t>& data)
 {
-    writeIfAvailable([&] { return RegisterWords::join(data, m_byteOrder, g_setDataMessage); });
+    writeIfAvailable([&] { return RegisterWords::join(data, m_byteOrder, RegisterWords::setDataMessage); });
 }
 
 std::vector<uint16_t> CdsUint32Accessor::getData() const
@@ -60,7 +53,7 @@ uint16_t CdsUint32Accessor::getSize() const
 // The name is the one the signed class uses; map code calls it so.
 std::vector<uint16_t> CdsUint32Accessor::buildArrayFromInt32(unsigned int value) const
 {
-    return RegisterWords::split(value, m_byteOrder, g_buildMessage);
+    return RegisterWords::split(value, m_byteOrder, RegisterWords::buildFromInt32Message);
 }
 
 void CdsUint32Accessor::callbackCdsEvent(const zu::CValue& value)

@@ -21,6 +21,11 @@ namespace orv::modbus::cds {
 // that names their own operation.
 class RegisterWords {
 public:
+    // The messages the accessors pass for their operations.
+    static constexpr const char* setDataMessage = "setData is not implemented for ByteOrder";
+    static constexpr const char* buildFromInt32Message = "buildArrayFromInt32 is not implemented for ByteOrder";
+    static constexpr const char* buildFromFloatMessage = "buildArrayFromFloat is not implemented for ByteOrder";
+
     static std::vector<uint16_t> split(std::uint32_t value, ByteOrder order, const char* unknownOrderMessage);
     // Missing words count as 0; words beyond the second are ignored.
     static std::uint32_t join(const std::vector<uint16_t>& words, ByteOrder order,
