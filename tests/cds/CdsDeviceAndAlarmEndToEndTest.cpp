@@ -3,8 +3,7 @@
 // code 2 for the alarm states, 4 and 3 for the attribute texts, 16 to write
 // one; across a device that disappears and comes back, and across a device
 // settings event.
-#include "CdsStoreTest.h"
-#include "ServedMap.h"
+#include "CdsServedMapTest.h"
 
 #include <orv/modbus/Discretes.h>
 #include <orv/modbus/HoldingRegisters.h>
@@ -51,11 +50,11 @@ Words textWords(const std::string& text)
     return words;
 }
 
-class CdsDeviceAndAlarmEndToEndTest : public CdsStoreTest {
+class CdsDeviceAndAlarmEndToEndTest : public CdsServedMapTest {
 protected:
     void SetUp() override
     {
-        CdsStoreTest::SetUp();
+        CdsServedMapTest::SetUp();
         store().loadSeed(meterSeed(), "meter");
         flush();
         voltage = store().getChannelId(g_meter, "Voltage");
@@ -88,16 +87,7 @@ protected:
             g_model,
             new CdsStringAccessor(g_textRegisters, std::make_shared<CdsDeviceAccessor>(g_meter, DeviceAttribute::Model)),
             true, "model", "Model", ""));
-        map = std::make_unique<ModbusMap>("meter", entries, nullptr, ByteOrder::ABCD);
-        served = std::make_unique<orv::test::ServedMap>(*map);
-    }
-
-    void TearDown() override
-    {
-        served.reset();
-        flush();
-        map.reset();
-        CdsStoreTest::TearDown();
+        serve(std::make_unique<ModbusMap>("meter", entries, nullptr, ByteOrder::ABCD));
     }
 
     static std::string meterSeed()
@@ -125,8 +115,6 @@ protected:
     }
 
     std::uint64_t voltage = 0;
-    std::unique_ptr<ModbusMap> map;
-    std::unique_ptr<orv::test::ServedMap> served;
 };
 
 TEST_F(CdsDeviceAndAlarmEndToEndTest, AlarmStatesFollowRaisedAndClearedTriggers)

@@ -3,8 +3,7 @@
 // function codes 1, 2, 5 and 15 for the discretes, 3 and 16 for the register
 // composites, from a client's write to the data store and from a driver's
 // change to a client's read.
-#include "CdsStoreTest.h"
-#include "ServedMap.h"
+#include "CdsServedMapTest.h"
 
 #include <orv/modbus/Discretes.h>
 #include <orv/modbus/HoldingRegisters.h>
@@ -66,11 +65,11 @@ Values unpackedBits(const Words& words)
     return {zu::CValue((words[0] & 1u) != 0), zu::CValue((words[0] & 2u) != 0), zu::CValue((words[0] & 4u) != 0)};
 }
 
-class CdsDiscretesAndCompositesEndToEndTest : public CdsStoreTest {
+class CdsDiscretesAndCompositesEndToEndTest : public CdsServedMapTest {
 protected:
     void SetUp() override
     {
-        CdsStoreTest::SetUp();
+        CdsServedMapTest::SetUp();
         const auto device = store().createDevice("panel");
         relay = store().addChannel(device, "Relay", zu::CValue(false));
         otherRelay = store().addChannel(device, "OtherRelay", zu::CValue(false));
@@ -105,17 +104,7 @@ protected:
                                  new CdsDataToRegistersAccessor(1, threeInputs(), packedBits, unpackedBits, nullptr,
                                                                 "", MissingAccessorPolicy::AllExisting),
                                  true, "status", "Inputs packed bit by bit", "")};
-        map = std::make_unique<ModbusMap>("panel", entries, nullptr, ByteOrder::ABCD);
-        served = std::make_unique<orv::test::ServedMap>(*map);
-    }
-
-    void TearDown() override
-    {
-        served.reset();
-        // No notification may still be on its way into the map's tables.
-        flush();
-        map.reset();
-        CdsStoreTest::TearDown();
+        serve(std::make_unique<ModbusMap>("panel", entries, nullptr, ByteOrder::ABCD));
     }
 
     bool stored(std::uint64_t channel, bool value) const
@@ -128,8 +117,6 @@ protected:
     std::vector<std::uint64_t> inputs;
     std::uint64_t voltage = 0;
     std::uint64_t current = 0;
-    std::unique_ptr<ModbusMap> map;
-    std::unique_ptr<orv::test::ServedMap> served;
 };
 
 TEST_F(CdsDiscretesAndCompositesEndToEndTest, CoilsAndDiscreteInputsServeTheStoredBooleans)
