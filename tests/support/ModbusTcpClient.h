@@ -42,22 +42,12 @@ public:
 
     std::optional<std::vector<std::uint16_t>> readHolding(int address, int count)
     {
-        std::vector<std::uint16_t> words(static_cast<std::size_t>(count));
-        if (modbus_read_registers(m_pContext, address, count, words.data()) != count) {
-            m_lastError = errno;
-            return std::nullopt;
-        }
-        return words;
+        return readWith(modbus_read_registers, address, count);
     }
 
     std::optional<std::vector<std::uint16_t>> readInput(int address, int count)
     {
-        std::vector<std::uint16_t> words(static_cast<std::size_t>(count));
-        if (modbus_read_input_registers(m_pContext, address, count, words.data()) != count) {
-            m_lastError = errno;
-            return std::nullopt;
-        }
-        return words;
+        return readWith(modbus_read_input_registers, address, count);
     }
 
     bool writeHolding(int address, std::uint16_t value)
@@ -110,6 +100,18 @@ public:
     bool closedByPeerWithin(std::chrono::milliseconds timeout) const { return peerClosedWithin(fd(), timeout); }
 
 private:
+    using Read = int (*)(modbus_t*, int, int, std::uint16_t*);
+
+    std::optional<std::vector<std::uint16_t>> readWith(Read read, int address, int count)
+    {
+        std::vector<std::uint16_t> words(static_cast<std::size_t>(count));
+        if (read(m_pContext, address, count, words.data()) != count) {
+            m_lastError = errno;
+            return std::nullopt;
+        }
+        return words;
+    }
+
     modbus_t* m_pContext;
     bool m_connected = false;
     int m_lastError = 0;
