@@ -1,5 +1,5 @@
-#include "CdsapiFixture.h"
 #include "LogCapture.h"
+#include "OneChannelFixture.h"
 
 #include <cdsapi/CdsAccessor.h>
 #include <cdsapi/DataStore.h>
@@ -24,17 +24,12 @@ using zu::sub::channel_value_update;
 using zu::sub::device_creation;
 using zu::sub::device_settings;
 
-class CdsAccessorTest : public CdsapiFixture {
+class CdsAccessorTest : public OneChannelFixture {
 protected:
-    void SetUp() override
+    CdsAccessorTest()
+        : OneChannelFixture("meter", "Counter", zu::CValue(std::uint32_t{0}))
     {
-        CdsapiFixture::SetUp();
-        device = store.createDevice("meter");
-        channel = store.addChannel(device, "Counter", zu::CValue(std::uint32_t{0}));
     }
-
-    std::uint64_t device = 0;
-    std::uint64_t channel = 0;
 };
 
 // A gate a callback can wait at, with a deadline so that a failing test

@@ -1,4 +1,4 @@
-#include "CdsapiFixture.h"
+#include "OneChannelFixture.h"
 
 #include <cdsapi/DataAlarms.h>
 
@@ -7,16 +7,12 @@
 namespace cdsapi::test {
 namespace {
 
-class DataAlarmsTest : public CdsapiFixture {
+class DataAlarmsTest : public OneChannelFixture {
 protected:
-    void SetUp() override
+    DataAlarmsTest()
+        : OneChannelFixture("ups", "Battery", zu::CValue(50.0f))
     {
-        CdsapiFixture::SetUp();
-        const auto device = store.createDevice("ups");
-        channel = store.addChannel(device, "Battery", zu::CValue(50.0f));
     }
-
-    std::uint64_t channel = 0;
 };
 
 TEST_F(DataAlarmsTest, NoActiveAlarmGivesNothing)

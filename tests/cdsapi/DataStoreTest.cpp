@@ -1,4 +1,4 @@
-#include "CdsapiFixture.h"
+#include "OneChannelFixture.h"
 
 #include <cdsapi/DataStore.h>
 
@@ -18,13 +18,11 @@ using zu::sub::channel_value_update;
 using zu::sub::device_creation;
 using zu::sub::device_settings;
 
-class DataStoreTest : public CdsapiFixture {
+class DataStoreTest : public OneChannelFixture {
 protected:
-    void SetUp() override
+    DataStoreTest()
+        : OneChannelFixture("meter", "Voltage", zu::CValue(230.0f))
     {
-        CdsapiFixture::SetUp();
-        device = store.createDevice("meter");
-        channel = store.addChannel(device, "Voltage", zu::CValue(230.0f));
     }
 
     // Watches every kind of change of the test channel and its device.
@@ -37,9 +35,6 @@ protected:
         watchDevice(device, device_settings);
         watchDevice(device, device_creation);
     }
-
-    std::uint64_t device = 0;
-    std::uint64_t channel = 0;
 };
 
 TEST_F(DataStoreTest, ChannelValueSetNotifiesValueUpdateOfTheChannel)

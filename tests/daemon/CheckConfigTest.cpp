@@ -2,6 +2,7 @@
 // without opening a port.
 
 #include "ChildProcess.h"
+#include "DaemonFilesTest.h"
 #include "FreePort.h"
 
 #include <gtest/gtest.h>
@@ -20,25 +21,8 @@ namespace {
 using namespace std::chrono_literals;
 using orv::test::ChildProcess;
 
-class CheckConfigTest : public ::testing::Test {
+class CheckConfigTest : public orv::test::DaemonFilesTest {
 protected:
-    void SetUp() override
-    {
-        m_dir = std::filesystem::temp_directory_path()
-                / ("orv-check-config-" + std::to_string(::getpid()) + "-"
-                   + ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::create_directories(m_dir);
-    }
-
-    void TearDown() override { std::filesystem::remove_all(m_dir); }
-
-    std::string write(const std::string& name, const std::string& text) const
-    {
-        const auto path = m_dir / name;
-        std::ofstream(path) << text;
-        return path.string();
-    }
-
     // A copy of `source` with one key's string value replaced.
     std::string rewrite(const std::string& source, const std::string& key, const std::string& value,
                         const std::string& name) const
@@ -63,7 +47,6 @@ protected:
         return status.value_or(-1);
     }
 
-    std::filesystem::path m_dir;
     std::string m_out;
     std::string m_err;
 };

@@ -4,6 +4,7 @@
 
 #include "ChildProcess.h"
 #include "DaemonFilesTest.h"
+#include "ModbusTcpClient.h"
 #include "WaitUntil.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +21,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <modbus/modbus.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -29,6 +29,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using orv::modbus::test::ModbusTcpClient;
 using orv::test::ChildProcess;
 
 // A burst of more connections than select() can watch (FD_SETSIZE).
@@ -39,58 +40,22 @@ constexpr int g_connectionCount = 1100;
 // guard a thousand connections away would take the test minutes to meet.
 constexpr rlim_t g_daemonDescriptorLimit = 64;
 
-// A libmodbus client on the loopback: connecting itself, or over a socket
-// connected elsewhere (which it then owns). Unit 1 unless set otherwise.
-class Client {
-public:
-    explicit Client(std::uint16_t port, int socket = -1, std::chrono::milliseconds timeout = 2s)
-        : m_pContext(modbus_new_tcp("127.0.0.1", port))
-    {
-        modbus_set_slave(m_pContext, 1);
-        modbus_set_response_timeout(m_pContext, static_cast<std::uint32_t>(timeout.count() / 1000),
-                                    static_cast<std::uint32_t>(timeout.count() % 1000 * 1000));
-        if (socket == -1) {
-            m_connected = modbus_connect(m_pContext) == 0;
-        } else {
-            m_connected = modbus_set_socket(m_pContext, socket) == 0;
-        }
-    }
-    ~Client()
-    {
-        modbus_close(m_pContext);
-        modbus_free(m_pContext);
-    }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
+// The daemon's unit 1 on the loopback, connecting itself or over a socket
+// connected elsewhere.
+ModbusTcpClient unitOne(std::uint16_t port, std::chrono::milliseconds timeout = 2s, int socket = -1)
+{
+    return ModbusTcpClient("127.0.0.1", port, 1, timeout, socket);
+}
 
-    bool connected() const { return m_connected; }
-    void setUnit(int unit) { modbus_set_slave(m_pContext, unit); }
+bool readsTheVoltage(ModbusTcpClient& client)
+{
+    return client.readInput(0, 2).has_value();
+}
 
-    std::optional<std::uint16_t> readHolding(int address)
-    {
-        std::uint16_t word = 0;
-        if (modbus_read_registers(m_pContext, address, 1, &word) != 1) {
-            return std::nullopt;
-        }
-        return word;
-    }
-
-    bool readsTheVoltage()
-    {
-        std::uint16_t words[2]{};
-        return modbus_read_input_registers(m_pContext, 0, 2, words) == 2;
-    }
-
-    bool writesTheSetpoint(std::uint16_t value)
-    {
-        const std::uint16_t words[2]{value, 0};
-        return modbus_write_registers(m_pContext, 0, 2, words) == 2;
-    }
-
-private:
-    modbus_t* m_pContext;
-    bool m_connected = false;
-};
+bool writesTheSetpoint(ModbusTcpClient& client, std::uint16_t value)
+{
+    return client.writeHolding(0, std::vector<std::uint16_t>{value, 0});
+}
 
 int openDescriptorsOf(pid_t pid)
 {
@@ -169,20 +134,20 @@ protected:
 TEST_F(DaemonFaultTest, AccessorThrowingOnReadsLeavesItsUnitSilentAndTheOthersAnswering)
 {
     start(writeConfigWith(ORV_TEST_THROWING_READ_PLUGIN));
-    Client client(m_port, -1, 500ms);
+    auto client = unitOne(m_port, 500ms);
     ASSERT_TRUE(client.connected());
     for (int attempt = 0; attempt < 3; ++attempt) {
         // The failed request gets no reply, as any request whose processing
         // fails; the connection stays open and the next request is served.
         client.setUnit(3);
-        EXPECT_EQ(client.readHolding(0), std::nullopt);
+        EXPECT_EQ(client.readHolding(0, 1), std::nullopt);
         EXPECT_EQ(errno, ETIMEDOUT);
         client.setUnit(1);
-        EXPECT_TRUE(client.readsTheVoltage());
+        EXPECT_TRUE(readsTheVoltage(client));
     }
     EXPECT_EQ(m_daemon->waitForExit(0ms), std::nullopt) << m_daemon->standardError();
-    Client other(m_port);
-    EXPECT_TRUE(other.readsTheVoltage());
+    auto other = unitOne(m_port);
+    EXPECT_TRUE(readsTheVoltage(other));
 }
 
 TEST_F(DaemonFaultTest, DataStoreCallbackBlockingFor200MsHoldsUpNoUnit)
@@ -191,13 +156,13 @@ TEST_F(DaemonFaultTest, DataStoreCallbackBlockingFor200MsHoldsUpNoUnit)
     ASSERT_TRUE(orv::test::waitUntil([&] { return logged("blocking callback entered"); }, 10s))
         << m_daemon->standardError();
     // Each answer must come well within one blocked callback.
-    Client client(m_port, -1, 150ms);
+    auto client = unitOne(m_port, 150ms);
     ASSERT_TRUE(client.connected());
     for (int request = 0; request < 20; ++request) {
         client.setUnit(1);
-        EXPECT_TRUE(client.readsTheVoltage()) << "request " << request;
+        EXPECT_TRUE(readsTheVoltage(client)) << "request " << request;
         client.setUnit(3);
-        EXPECT_EQ(client.readHolding(0), std::optional<std::uint16_t>(42)) << "request " << request;
+        EXPECT_EQ(client.readHolding(0, 1), std::vector<std::uint16_t>{42}) << "request " << request;
     }
 }
 
@@ -221,9 +186,9 @@ TEST_F(DaemonFaultTest, ConnectionsBeyondTheDescriptorGuardAreRefusedAndTheFirst
     if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < g_connectionCount + 64) {
         GTEST_SKIP() << "the descriptor limit is too low to hold " << g_connectionCount << " connections";
     }
-    Client probe(m_port);
+    auto probe = unitOne(m_port);
     ASSERT_TRUE(probe.connected());
-    ASSERT_TRUE(probe.readsTheVoltage());
+    ASSERT_TRUE(readsTheVoltage(probe));
     const int descriptorsBefore = openDescriptorsOf(m_daemon->pid());
     const rlimit daemonLimit{g_daemonDescriptorLimit, limit.rlim_max};
     ASSERT_EQ(prlimit(m_daemon->pid(), RLIMIT_NOFILE, &daemonLimit, nullptr), 0);
@@ -241,11 +206,11 @@ TEST_F(DaemonFaultTest, ConnectionsBeyondTheDescriptorGuardAreRefusedAndTheFirst
     // The connections accepted first are served, and so is the old one.
     for (int i = 0; i < 10 && i < static_cast<int>(sockets.size()); ++i) {
         ASSERT_TRUE(finishConnecting(sockets[static_cast<std::size_t>(i)])) << "connection " << i;
-        Client early(m_port, sockets[static_cast<std::size_t>(i)]);
-        EXPECT_TRUE(early.readsTheVoltage()) << "connection " << i;
+        auto early = unitOne(m_port, 2s, sockets[static_cast<std::size_t>(i)]);
+        EXPECT_TRUE(readsTheVoltage(early)) << "connection " << i;
         sockets[static_cast<std::size_t>(i)] = -1; // the client closes it
     }
-    EXPECT_TRUE(probe.readsTheVoltage());
+    EXPECT_TRUE(readsTheVoltage(probe));
 
     for (const int socket : sockets) {
         if (socket != -1) {
@@ -254,8 +219,8 @@ TEST_F(DaemonFaultTest, ConnectionsBeyondTheDescriptorGuardAreRefusedAndTheFirst
     }
     EXPECT_TRUE(orv::test::waitUntil([&] { return openDescriptorsOf(m_daemon->pid()) <= descriptorsBefore; }, 60s))
         << openDescriptorsOf(m_daemon->pid()) << " descriptors open, " << descriptorsBefore << " before";
-    Client after(m_port);
-    EXPECT_TRUE(after.connected() && after.readsTheVoltage());
+    auto after = unitOne(m_port);
+    EXPECT_TRUE(after.connected() && readsTheVoltage(after));
 }
 
 TEST_F(DaemonFaultTest, SigtermUnderFullLoadExitsWithStatusZeroWithinTwoSeconds)
@@ -267,11 +232,11 @@ TEST_F(DaemonFaultTest, SigtermUnderFullLoadExitsWithStatusZeroWithinTwoSeconds)
     std::vector<std::jthread> clients;
     for (int i = 0; i < clientCount; ++i) {
         clients.emplace_back([&, i] {
-            Client client(m_port);
+            auto client = unitOne(m_port);
             // Bounded: the daemon is stopped within a few seconds.
             for (int request = 0; request < 1'000'000 && !stop && client.connected(); ++request) {
-                const bool ok = i % 2 == 0 ? client.readsTheVoltage()
-                                           : client.writesTheSetpoint(static_cast<std::uint16_t>(request));
+                const bool ok = i % 2 == 0 ? readsTheVoltage(client)
+                                           : writesTheSetpoint(client, static_cast<std::uint16_t>(request));
                 if (!ok) {
                     return;
                 }

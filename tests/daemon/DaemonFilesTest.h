@@ -31,7 +31,7 @@ protected:
 
     void TearDown() override { std::filesystem::remove_all(m_dir); }
 
-    std::string write(const std::string& name, const std::string& text)
+    std::string write(const std::string& name, const std::string& text) const
     {
         const auto path = m_dir / name;
         std::ofstream(path) << text;

@@ -77,4 +77,19 @@ void replayCorpus(const std::string& target, std::size_t minimumInputs, Describe
     }
 }
 
+// For a target whose run returns one outcome per frame: describes them as
+// the file names spell them, each one's word (from `word`) joined by '+'.
+template <class Word>
+auto joinedWords(Word word)
+{
+    return [word](const auto& outcomes) {
+        std::string text;
+        for (const auto outcome : outcomes) {
+            text += text.empty() ? "" : "+";
+            text += word(outcome);
+        }
+        return text;
+    };
+}
+
 } // namespace orv::modbus::fuzz::test

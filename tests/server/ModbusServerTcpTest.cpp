@@ -111,6 +111,17 @@ protected:
         EXPECT_TRUE(client.closedByPeerWithin(2s)) << "unit " << unit;
     }
 
+    // `client` is served on its own unit and known as `seenAs`; a request to
+    // `otherUnit` closes its connection, logged as an error.
+    void expectServedOnItsUnitOnly(ModbusTcpClient& client, const std::string& seenAs, int otherUnit)
+    {
+        ASSERT_TRUE(client.connected());
+        EXPECT_EQ(client.readHolding(0, 2), g_pairWords);
+        EXPECT_TRUE(m_log.contains(acceptedLine(seenAs)));
+        expectUnitClosesConnection(client, otherUnit);
+        EXPECT_TRUE(m_log.waitForAt(spdlog::level::err, wrongUnitLine(seenAs)));
+    }
+
     LogCapture m_log;
     std::shared_ptr<CountingStatistics> m_pStatistics = std::make_shared<CountingStatistics>();
     std::shared_ptr<SpyMap> m_pMap = makeSpyMap();
@@ -138,13 +149,8 @@ TEST_F(ModbusServerTcpTest, NativeIpv6ClientIsMatchedOnItsText)
     start(configuration);
 
     ModbusTcpClient client("::1", m_port, 2);
-    ASSERT_TRUE(client.connected());
-    EXPECT_EQ(client.readHolding(0, 2), g_pairWords);
-    EXPECT_TRUE(m_log.contains(acceptedLine("::1")));
-
     // Unit 1 admits 127.0.0.1 only.
-    expectUnitClosesConnection(client, 1);
-    EXPECT_TRUE(m_log.waitForAt(spdlog::level::err, wrongUnitLine("::1")));
+    expectServedOnItsUnitOnly(client, "::1", 1);
 }
 
 TEST_F(ModbusServerTcpTest, Ipv4MappedClientIsKnownByItsIpv4Part)
@@ -155,12 +161,7 @@ TEST_F(ModbusServerTcpTest, Ipv4MappedClientIsKnownByItsIpv4Part)
     start(configuration);
 
     ModbusTcpClient client("::ffff:127.0.0.1", m_port, 1);
-    ASSERT_TRUE(client.connected());
-    EXPECT_EQ(client.readHolding(0, 2), g_pairWords);
-    EXPECT_TRUE(m_log.contains(acceptedLine("127.0.0.1")));
-
-    expectUnitClosesConnection(client, 3);
-    EXPECT_TRUE(m_log.waitFor(wrongUnitLine("127.0.0.1")));
+    expectServedOnItsUnitOnly(client, "127.0.0.1", 3);
 }
 
 TEST_F(ModbusServerTcpTest, ClientMatchingNoMapIsClosedRightAfterAccept)

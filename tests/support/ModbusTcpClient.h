@@ -12,18 +12,19 @@
 
 namespace orv::modbus::test {
 
-// A real libmodbus TCP client for one unit id.
+// A real libmodbus TCP client for one unit id. It connects itself, or, given
+// a `socket` connected elsewhere, talks over that one and then owns it.
 class ModbusTcpClient {
 public:
     ModbusTcpClient(const std::string& host, std::uint16_t port, int unit,
-                    std::chrono::milliseconds responseTimeout = std::chrono::seconds(2))
+                    std::chrono::milliseconds responseTimeout = std::chrono::seconds(2), int socket = -1)
         : m_pContext(modbus_new_tcp_pi(host.c_str(), std::to_string(port).c_str()))
     {
         modbus_set_slave(m_pContext, unit);
         const auto ms = responseTimeout.count();
         modbus_set_response_timeout(m_pContext, static_cast<uint32_t>(ms / 1000),
                                     static_cast<uint32_t>(ms % 1000 * 1000));
-        m_connected = modbus_connect(m_pContext) == 0;
+        m_connected = socket == -1 ? modbus_connect(m_pContext) == 0 : modbus_set_socket(m_pContext, socket) == 0;
     }
     ~ModbusTcpClient()
     {
@@ -41,12 +42,12 @@ public:
 
     std::optional<std::vector<std::uint16_t>> readHolding(int address, int count)
     {
-        std::vector<std::uint16_t> words(static_cast<std::size_t>(count));
-        if (modbus_read_registers(m_pContext, address, count, words.data()) != count) {
-            m_lastError = errno;
-            return std::nullopt;
-        }
-        return words;
+        return readWith(modbus_read_registers, address, count);
+    }
+
+    std::optional<std::vector<std::uint16_t>> readInput(int address, int count)
+    {
+        return readWith(modbus_read_input_registers, address, count);
     }
 
     bool writeHolding(int address, std::uint16_t value)
@@ -99,6 +100,18 @@ public:
     bool closedByPeerWithin(std::chrono::milliseconds timeout) const { return peerClosedWithin(fd(), timeout); }
 
 private:
+    using Read = int (*)(modbus_t*, int, int, std::uint16_t*);
+
+    std::optional<std::vector<std::uint16_t>> readWith(Read read, int address, int count)
+    {
+        std::vector<std::uint16_t> words(static_cast<std::size_t>(count));
+        if (read(m_pContext, address, count, words.data()) != count) {
+            m_lastError = errno;
+            return std::nullopt;
+        }
+        return words;
+    }
+
     modbus_t* m_pContext;
     bool m_connected = false;
     int m_lastError = 0;

@@ -83,4 +83,14 @@ int threadCount()
     return static_cast<int>(std::distance(std::filesystem::begin(tasks), std::filesystem::end(tasks)));
 }
 
+::testing::AssertionResult scanExitedBeforeLoop(const orv::test::LogCapture& log)
+{
+    const long scanExit = log.indexOf("Exit handleTcp thread");
+    const long loopExit = log.indexOf("Exit handlerTcp thread");
+    if (scanExit == -1 || loopExit == -1 || scanExit > loopExit) {
+        return ::testing::AssertionFailure() << "scan exit at line " << scanExit << ", loop exit at line " << loopExit;
+    }
+    return ::testing::AssertionSuccess();
+}
+
 } // namespace orv::modbus::test

@@ -8,8 +8,11 @@
 #include <orv/modbus/ModbusServer.h>
 #include <orv/modbus/ModbusStatisticHandlers.h>
 
+#include "LogCapture.h"
 #include "StatisticsNotifier.h"
 #include "TcpFrontEnd.h"
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <functional>
@@ -50,6 +53,10 @@ std::shared_ptr<ModbusMapSettings> allowing(std::shared_ptr<ModbusMap> map, cons
 int threadsNamed(const std::string& name);
 
 int threadCount();
+
+// Whether the TCP handler's scan of its sockets said it ended before the
+// handler's loop did, as a stop must let it.
+::testing::AssertionResult scanExitedBeforeLoop(const orv::test::LogCapture& log);
 
 constexpr const char* g_tcpThreadName = "orv-modbus-tcp";
 

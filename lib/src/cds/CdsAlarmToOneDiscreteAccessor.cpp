@@ -6,6 +6,7 @@
 
 #include "CaughtFailures.h"
 #include "DataStoreSubscriptions.h"
+#include "DeviceCreationBook.h"
 #include "SubscriptionBook.h"
 
 #include <limits>
@@ -56,6 +57,12 @@ std::uint32_t classNumber(const zu::CAlarmTrigger& trigger)
 }
 
 } // namespace
+
+template <>
+SubscriptionBook<CdsAlarmToOneDiscreteAccessor>& deviceCreationBook<CdsAlarmToOneDiscreteAccessor>()
+{
+    return g_deviceCreationBook;
+}
 
 Accessor::CdsAlarmToOneDiscreteAccessor(std::uint64_t deviceId, const std::string& channelName, AlarmType type)
     : CdsAlarmToOneDiscreteAccessor(deviceId, 0, {}, channelName, "", type)
@@ -155,13 +162,6 @@ void Accessor::subscribeDeviceSettings(std::uint64_t deviceId, Accessor* accesso
     });
 }
 
-void Accessor::subscribeDeviceCreation(std::uint64_t deviceId, Accessor* accessor)
-{
-    g_deviceCreationBook.add(deviceId, accessor, [deviceId] {
-        return subscribeDeviceTo(deviceId, zu::sub::device_creation, &Accessor::cdsDeviceCreation);
-    });
-}
-
 void Accessor::unsubscribeChannelAlarm(std::uint64_t channelId, Accessor* accessor)
 {
     g_channelAlarmBook.remove(channelId, accessor);
@@ -170,11 +170,6 @@ void Accessor::unsubscribeChannelAlarm(std::uint64_t channelId, Accessor* access
 void Accessor::unsubscribeDeviceSettings(std::uint64_t deviceId, Accessor* accessor)
 {
     g_deviceSettingsBook.remove(deviceId, accessor);
-}
-
-void Accessor::unsubscribeDeviceCreation(std::uint64_t deviceId, Accessor* accessor)
-{
-    g_deviceCreationBook.remove(deviceId, accessor);
 }
 
 void Accessor::cdsChannelAlarm(std::uint64_t channelId)
@@ -194,12 +189,6 @@ void Accessor::cdsChannelAlarm(std::uint64_t channelId)
 void Accessor::cdsDeviceSettings(std::uint64_t deviceId)
 {
     Walk walk(m_walks, g_deviceSettingsBook, deviceId);
-    redetectEach(walk);
-}
-
-void Accessor::cdsDeviceCreation(std::uint64_t deviceId)
-{
-    Walk walk(m_walks, g_deviceCreationBook, deviceId);
     redetectEach(walk);
 }
 

@@ -6,7 +6,7 @@ namespace orv::modbus::cds {
 
 CdsBooleanToOneDiscreteAccessor::CdsBooleanToOneDiscreteAccessor(std::shared_ptr<CdsDataAccessor> accessor,
                                                                  DiscreteModifier modifier)
-    : CdsOneValueAccessorBase(std::move(accessor))
+    : CdsOneValueAccessorBase(std::move(accessor), 1)
     , m_modifier(modifier)
 {
     listenToCds(this);
@@ -14,7 +14,7 @@ CdsBooleanToOneDiscreteAccessor::CdsBooleanToOneDiscreteAccessor(std::shared_ptr
 
 CdsBooleanToOneDiscreteAccessor::CdsBooleanToOneDiscreteAccessor(CdsDataAccessor* accessor,
                                                                  DiscreteModifier modifier)
-    : CdsOneValueAccessorBase(accessor)
+    : CdsOneValueAccessorBase(accessor, 1)
     , m_modifier(modifier)
 {
     listenToCds(this);
@@ -35,12 +35,6 @@ void CdsBooleanToOneDiscreteAccessor::setData(const std::vector<uint8_t>& data)
     writeIfAvailable([&] { return discreteOf(data.front() != 0); });
 }
 
-std::vector<uint8_t> CdsBooleanToOneDiscreteAccessor::getData() const
-{
-    return readIfAvailable<std::vector<uint8_t>>(
-        [&] { return buildArrayFromBool(discreteOf(cdsAccessor().getCValue().as_bool())); });
-}
-
 std::string CdsBooleanToOneDiscreteAccessor::getDataRepresentation() const
 {
     return "Boolean";
@@ -52,19 +46,14 @@ std::string CdsBooleanToOneDiscreteAccessor::getStrValue() const
         [&] { return discreteOf(cdsAccessor().getCValue().as_bool()) ? "1" : "0"; });
 }
 
-uint16_t CdsBooleanToOneDiscreteAccessor::getSize() const
-{
-    return 1;
-}
-
 std::vector<uint8_t> CdsBooleanToOneDiscreteAccessor::buildArrayFromBool(bool value) const
 {
     return {static_cast<uint8_t>(value ? 1 : 0)};
 }
 
-void CdsBooleanToOneDiscreteAccessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint8_t> CdsBooleanToOneDiscreteAccessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromBool(discreteOf(value.as_bool())); });
+    return buildArrayFromBool(discreteOf(value.as_bool()));
 }
 
 bool CdsBooleanToOneDiscreteAccessor::discreteOf(bool stored) const

@@ -4,6 +4,7 @@
 
 #include "CaughtFailures.h"
 #include "DataStoreSubscriptions.h"
+#include "DeviceCreationBook.h"
 #include "ServerLogger.h"
 #include "SubscriptionBook.h"
 
@@ -50,6 +51,12 @@ cdsapi::TriggerId triggerOf(DataType type)
 }
 
 } // namespace
+
+template <>
+SubscriptionBook<CdsChannelAccessor>& deviceCreationBook<CdsChannelAccessor>()
+{
+    return g_deviceCreationBook;
+}
 
 CdsChannelAccessor::CdsChannelAccessor(std::uint64_t deviceId, const std::string& channelName, DataType type)
     : CdsChannelAccessor(deviceId, 0, {}, channelName, "", type)
@@ -242,13 +249,6 @@ void CdsChannelAccessor::subscribeDeviceSettings(std::uint64_t deviceId, CdsChan
     }
 }
 
-void CdsChannelAccessor::subscribeDeviceCreation(std::uint64_t deviceId, CdsChannelAccessor* accessor)
-{
-    g_deviceCreationBook.add(deviceId, accessor, [deviceId] {
-        return subscribeDeviceTo(deviceId, zu::sub::device_creation, &CdsChannelAccessor::cdsDeviceCreation);
-    });
-}
-
 void CdsChannelAccessor::unsubscribeChannelUpdate(std::uint64_t channelId, CdsChannelAccessor* accessor)
 {
     g_channelUpdateBook.remove(channelId, accessor);
@@ -271,11 +271,6 @@ void CdsChannelAccessor::unsubscribeDeviceSettings(std::uint64_t deviceId, CdsCh
     if (g_deviceSettingsBook.remove(deviceId, accessor)) {
         SPDLOG_LOGGER_DEBUG(serverLogger(), "unsubscribeDeviceSettings remove subscribe for the deviceId {}", deviceId);
     }
-}
-
-void CdsChannelAccessor::unsubscribeDeviceCreation(std::uint64_t deviceId, CdsChannelAccessor* accessor)
-{
-    g_deviceCreationBook.remove(deviceId, accessor);
 }
 
 void CdsChannelAccessor::cdsChannelUpdate(std::uint64_t channelId)
@@ -325,12 +320,6 @@ void CdsChannelAccessor::cdsDeviceSettings(std::uint64_t deviceId)
         SPDLOG_LOGGER_DEBUG(serverLogger(), "cannonical name  {}", accessor->m_channelName);
         accessor->requestDetection();
     });
-}
-
-void CdsChannelAccessor::cdsDeviceCreation(std::uint64_t deviceId)
-{
-    Walk walk(m_walks, g_deviceCreationBook, deviceId);
-    redetectEach(walk);
 }
 
 } // namespace orv::modbus::cds

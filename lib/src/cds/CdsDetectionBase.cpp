@@ -6,6 +6,8 @@
 #include <orv/modbus/cds/CdsInBandAccessor.h>
 
 #include "CaughtFailures.h"
+#include "DataStoreSubscriptions.h"
+#include "DeviceCreationBook.h"
 
 #include <exception>
 
@@ -130,6 +132,27 @@ void CdsDetectionBase<Accessor>::stopWatchingDeviceCreation()
         Accessor::unsubscribeDeviceCreation(*m_creationWatchId, self());
         m_creationWatchId.reset();
     }
+}
+
+template <typename Accessor>
+void CdsDetectionBase<Accessor>::subscribeDeviceCreation(std::uint64_t deviceId, Accessor* accessor)
+{
+    deviceCreationBook<Accessor>().add(deviceId, accessor, [deviceId] {
+        return subscribeDeviceTo(deviceId, zu::sub::device_creation, &CdsDetectionBase::cdsDeviceCreation);
+    });
+}
+
+template <typename Accessor>
+void CdsDetectionBase<Accessor>::unsubscribeDeviceCreation(std::uint64_t deviceId, Accessor* accessor)
+{
+    deviceCreationBook<Accessor>().remove(deviceId, accessor);
+}
+
+template <typename Accessor>
+void CdsDetectionBase<Accessor>::cdsDeviceCreation(std::uint64_t deviceId)
+{
+    Walk walk(m_walks, deviceCreationBook<Accessor>(), deviceId);
+    redetectEach(walk);
 }
 
 template <typename Accessor>

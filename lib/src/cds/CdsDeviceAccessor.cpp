@@ -4,6 +4,7 @@
 
 #include "CaughtFailures.h"
 #include "DataStoreSubscriptions.h"
+#include "DeviceCreationBook.h"
 #include "ServerLogger.h"
 #include "SubscriptionBook.h"
 
@@ -40,6 +41,12 @@ cdsapi::InBandAccessor& inBand()
 }
 
 } // namespace
+
+template <>
+SubscriptionBook<CdsDeviceAccessor>& deviceCreationBook<CdsDeviceAccessor>()
+{
+    return g_deviceCreationBook;
+}
 
 CdsDeviceAccessor::CdsDeviceAccessor(std::uint64_t deviceId, cdsapi::DeviceAttribute attribute)
     : CdsDeviceAccessor(deviceId, 0, {}, "", attribute)
@@ -171,13 +178,6 @@ void CdsDeviceAccessor::subscribeDeviceSettings(std::uint64_t deviceId, CdsDevic
     });
 }
 
-void CdsDeviceAccessor::subscribeDeviceCreation(std::uint64_t deviceId, CdsDeviceAccessor* accessor)
-{
-    g_deviceCreationBook.add(deviceId, accessor, [deviceId] {
-        return subscribeDeviceTo(deviceId, zu::sub::device_creation, &CdsDeviceAccessor::cdsDeviceCreation);
-    });
-}
-
 void CdsDeviceAccessor::unsubscribeDeviceUpdate(std::uint64_t deviceId, CdsDeviceAccessor* accessor)
 {
     g_deviceUpdateBook.remove(deviceId, accessor);
@@ -186,11 +186,6 @@ void CdsDeviceAccessor::unsubscribeDeviceUpdate(std::uint64_t deviceId, CdsDevic
 void CdsDeviceAccessor::unsubscribeDeviceSettings(std::uint64_t deviceId, CdsDeviceAccessor* accessor)
 {
     g_deviceSettingsBook.remove(deviceId, accessor);
-}
-
-void CdsDeviceAccessor::unsubscribeDeviceCreation(std::uint64_t deviceId, CdsDeviceAccessor* accessor)
-{
-    g_deviceCreationBook.remove(deviceId, accessor);
 }
 
 void CdsDeviceAccessor::cdsDeviceUpdate(std::uint64_t deviceId)
@@ -212,12 +207,6 @@ void CdsDeviceAccessor::cdsDeviceUpdate(std::uint64_t deviceId)
 void CdsDeviceAccessor::cdsDeviceSettings(std::uint64_t deviceId)
 {
     Walk walk(m_walks, g_deviceSettingsBook, deviceId);
-    redetectEach(walk);
-}
-
-void CdsDeviceAccessor::cdsDeviceCreation(std::uint64_t deviceId)
-{
-    Walk walk(m_walks, g_deviceCreationBook, deviceId);
     redetectEach(walk);
 }
 

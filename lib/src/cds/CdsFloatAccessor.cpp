@@ -9,7 +9,7 @@
 namespace orv::modbus::cds {
 
 CdsFloatAccessor::CdsFloatAccessor(std::shared_ptr<CdsDataAccessor> accessor, float scale, unsigned char decimals)
-    : CdsRegistersAccessorBase(std::move(accessor))
+    : CdsRegistersAccessorBase(std::move(accessor), 2)
     , m_scale(scale)
     , m_decimals(decimals)
 {
@@ -17,7 +17,7 @@ CdsFloatAccessor::CdsFloatAccessor(std::shared_ptr<CdsDataAccessor> accessor, fl
 }
 
 CdsFloatAccessor::CdsFloatAccessor(CdsDataAccessor* accessor, float scale, unsigned char decimals)
-    : CdsRegistersAccessorBase(accessor)
+    : CdsRegistersAccessorBase(accessor, 2)
     , m_scale(scale)
     , m_decimals(decimals)
 {
@@ -56,19 +56,14 @@ std::string CdsFloatAccessor::getStrValue() const
     });
 }
 
-uint16_t CdsFloatAccessor::getSize() const
-{
-    return 2;
-}
-
 std::vector<uint16_t> CdsFloatAccessor::buildArrayFromFloat(float value) const
 {
     return RegisterWords::splitFloat(value * m_scale, m_byteOrder, RegisterWords::buildFromFloatMessage);
 }
 
-void CdsFloatAccessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint16_t> CdsFloatAccessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromFloat(value.as_float()); });
+    return buildArrayFromFloat(value.as_float());
 }
 
 } // namespace orv::modbus::cds

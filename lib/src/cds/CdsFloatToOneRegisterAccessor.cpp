@@ -10,7 +10,7 @@ namespace orv::modbus::cds {
 
 CdsFloatToOneRegisterAccessor::CdsFloatToOneRegisterAccessor(std::shared_ptr<CdsDataAccessor> accessor,
                                                              float factor, float offset, ValueKind kind)
-    : CdsRegistersAccessorBase(std::move(accessor))
+    : CdsRegistersAccessorBase(std::move(accessor), 1)
     , m_factor(factor)
     , m_offset(offset)
     , m_kind(kind)
@@ -20,7 +20,7 @@ CdsFloatToOneRegisterAccessor::CdsFloatToOneRegisterAccessor(std::shared_ptr<Cds
 
 CdsFloatToOneRegisterAccessor::CdsFloatToOneRegisterAccessor(CdsDataAccessor* accessor, float factor,
                                                              float offset, ValueKind kind)
-    : CdsRegistersAccessorBase(accessor)
+    : CdsRegistersAccessorBase(accessor, 1)
     , m_factor(factor)
     , m_offset(offset)
     , m_kind(kind)
@@ -46,13 +46,6 @@ void CdsFloatToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
     });
 }
 
-std::vector<uint16_t> CdsFloatToOneRegisterAccessor::getData() const
-{
-    return readIfAvailable<std::vector<uint16_t>>([&] {
-        return buildArrayFromFloat(cdsAccessor().getCValue().as_float());
-    });
-}
-
 std::string CdsFloatToOneRegisterAccessor::getDataRepresentation() const
 {
     return isSigned() ? "Int16" : "UInt16";
@@ -64,11 +57,6 @@ std::string CdsFloatToOneRegisterAccessor::getStrValue() const
         const uint16_t word = buildArrayFromFloat(cdsAccessor().getCValue().as_float()).front();
         return isSigned() ? std::to_string(static_cast<int16_t>(word)) : std::to_string(word);
     });
-}
-
-uint16_t CdsFloatToOneRegisterAccessor::getSize() const
-{
-    return 1;
 }
 
 float CdsFloatToOneRegisterAccessor::multiplyAndOffsetData(float value) const
@@ -88,9 +76,9 @@ std::vector<uint16_t> CdsFloatToOneRegisterAccessor::buildArrayFromFloat(float v
     return {static_cast<uint16_t>(SaturatingCast::toUint32(scaled))};
 }
 
-void CdsFloatToOneRegisterAccessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint16_t> CdsFloatToOneRegisterAccessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromFloat(value.as_float()); });
+    return buildArrayFromFloat(value.as_float());
 }
 
 bool CdsFloatToOneRegisterAccessor::isSigned() const

@@ -8,13 +8,13 @@
 namespace orv::modbus::cds {
 
 CdsFloatToRegistersAccessor::CdsFloatToRegistersAccessor(std::shared_ptr<CdsDataAccessor> accessor)
-    : CdsRegistersAccessorBase(std::move(accessor))
+    : CdsRegistersAccessorBase(std::move(accessor), 2)
 {
     listenToCds(this);
 }
 
 CdsFloatToRegistersAccessor::CdsFloatToRegistersAccessor(CdsDataAccessor* accessor)
-    : CdsRegistersAccessorBase(accessor)
+    : CdsRegistersAccessorBase(accessor, 2)
 {
     listenToCds(this);
 }
@@ -29,13 +29,6 @@ void CdsFloatToRegistersAccessor::setData(const std::vector<uint16_t>& data)
     writeIfAvailable([&] { return RegisterWords::joinFloat(data, m_byteOrder, RegisterWords::setDataMessage); });
 }
 
-std::vector<uint16_t> CdsFloatToRegistersAccessor::getData() const
-{
-    return readIfAvailable<std::vector<uint16_t>>([&] {
-        return buildArrayFromFloat(cdsAccessor().getCValue().as_float());
-    });
-}
-
 std::string CdsFloatToRegistersAccessor::getDataRepresentation() const
 {
     return describeWithByteOrder("UInt32 (");
@@ -48,19 +41,14 @@ std::string CdsFloatToRegistersAccessor::getStrValue() const
     });
 }
 
-uint16_t CdsFloatToRegistersAccessor::getSize() const
-{
-    return 2;
-}
-
 std::vector<uint16_t> CdsFloatToRegistersAccessor::buildArrayFromFloat(float value) const
 {
     return RegisterWords::split(SaturatingCast::toUint32(value), m_byteOrder, RegisterWords::buildFromFloatMessage);
 }
 
-void CdsFloatToRegistersAccessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint16_t> CdsFloatToRegistersAccessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromFloat(value.as_float()); });
+    return buildArrayFromFloat(value.as_float());
 }
 
 } // namespace orv::modbus::cds

@@ -7,13 +7,13 @@
 namespace orv::modbus::cds {
 
 CdsInt32Accessor::CdsInt32Accessor(std::shared_ptr<CdsDataAccessor> accessor)
-    : CdsRegistersAccessorBase(std::move(accessor))
+    : CdsRegistersAccessorBase(std::move(accessor), 2)
 {
     listenToCds(this);
 }
 
 CdsInt32Accessor::CdsInt32Accessor(CdsDataAccessor* accessor)
-    : CdsRegistersAccessorBase(accessor)
+    : CdsRegistersAccessorBase(accessor, 2)
 {
     listenToCds(this);
 }
@@ -31,13 +31,6 @@ void CdsInt32Accessor::setData(const std::vector<uint16_t>& data)
     });
 }
 
-std::vector<uint16_t> CdsInt32Accessor::getData() const
-{
-    return readIfAvailable<std::vector<uint16_t>>([&] {
-        return buildArrayFromInt32(cdsAccessor().getCValue().as_int32());
-    });
-}
-
 std::string CdsInt32Accessor::getDataRepresentation() const
 {
     return describeWithByteOrder("Int32 (");
@@ -48,19 +41,14 @@ std::string CdsInt32Accessor::getStrValue() const
     return readIfAvailable<std::string>([&] { return std::to_string(cdsAccessor().getCValue().as_int32()); });
 }
 
-uint16_t CdsInt32Accessor::getSize() const
-{
-    return 2;
-}
-
 std::vector<uint16_t> CdsInt32Accessor::buildArrayFromInt32(int value) const
 {
     return RegisterWords::split(static_cast<std::uint32_t>(value), m_byteOrder, RegisterWords::buildFromInt32Message);
 }
 
-void CdsInt32Accessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint16_t> CdsInt32Accessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromInt32(value.as_int32()); });
+    return buildArrayFromInt32(value.as_int32());
 }
 
 } // namespace orv::modbus::cds

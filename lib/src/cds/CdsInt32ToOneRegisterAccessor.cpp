@@ -8,14 +8,14 @@ namespace orv::modbus::cds {
 
 CdsInt32ToOneRegisterAccessor::CdsInt32ToOneRegisterAccessor(std::shared_ptr<CdsDataAccessor> accessor,
                                                              float factor)
-    : CdsRegistersAccessorBase(std::move(accessor))
+    : CdsRegistersAccessorBase(std::move(accessor), 1)
     , m_factor(factor)
 {
     listenToCds(this);
 }
 
 CdsInt32ToOneRegisterAccessor::CdsInt32ToOneRegisterAccessor(CdsDataAccessor* accessor, float factor)
-    : CdsRegistersAccessorBase(accessor)
+    : CdsRegistersAccessorBase(accessor, 1)
     , m_factor(factor)
 {
     listenToCds(this);
@@ -40,13 +40,6 @@ void CdsInt32ToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
     });
 }
 
-std::vector<uint16_t> CdsInt32ToOneRegisterAccessor::getData() const
-{
-    return readIfAvailable<std::vector<uint16_t>>([&] {
-        return buildArrayFromInt32(cdsAccessor().getCValue().as_int32());
-    });
-}
-
 std::string CdsInt32ToOneRegisterAccessor::getDataRepresentation() const
 {
     return "Int16";
@@ -59,11 +52,6 @@ std::string CdsInt32ToOneRegisterAccessor::getStrValue() const
     });
 }
 
-uint16_t CdsInt32ToOneRegisterAccessor::getSize() const
-{
-    return 1;
-}
-
 int CdsInt32ToOneRegisterAccessor::multiplyData(int value) const
 {
     return SaturatingCast::toInt32(static_cast<float>(value) * m_factor);
@@ -74,9 +62,9 @@ std::vector<uint16_t> CdsInt32ToOneRegisterAccessor::buildArrayFromInt32(int val
     return {static_cast<uint16_t>(static_cast<std::uint32_t>(multiplyData(value)) & 0xFFFFu)};
 }
 
-void CdsInt32ToOneRegisterAccessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint16_t> CdsInt32ToOneRegisterAccessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromInt32(value.as_int32()); });
+    return buildArrayFromInt32(value.as_int32());
 }
 
 } // namespace orv::modbus::cds

@@ -5,15 +5,13 @@
 namespace orv::modbus::cds {
 
 CdsStringAccessor::CdsStringAccessor(unsigned short length, std::shared_ptr<CdsDataAccessor> accessor)
-    : CdsRegistersAccessorBase(std::move(accessor))
-    , m_length(length)
+    : CdsRegistersAccessorBase(std::move(accessor), length)
 {
     listenToCds(this);
 }
 
 CdsStringAccessor::CdsStringAccessor(unsigned short length, CdsDataAccessor* accessor)
-    : CdsRegistersAccessorBase(accessor)
-    , m_length(length)
+    : CdsRegistersAccessorBase(accessor, length)
 {
     listenToCds(this);
 }
@@ -37,13 +35,6 @@ void CdsStringAccessor::setData(const std::vector<uint16_t>& data)
     });
 }
 
-std::vector<uint16_t> CdsStringAccessor::getData() const
-{
-    return readIfAvailable<std::vector<uint16_t>>([&] {
-        return buildArrayFromString(cdsAccessor().getCValue().as_string());
-    });
-}
-
 std::string CdsStringAccessor::getDataRepresentation() const
 {
     return "String";
@@ -52,13 +43,8 @@ std::string CdsStringAccessor::getDataRepresentation() const
 std::string CdsStringAccessor::getStrValue() const
 {
     return readIfAvailable<std::string>([&] {
-        return cdsAccessor().getCValue().as_string().substr(0, std::size_t{m_length} * 2);
+        return cdsAccessor().getCValue().as_string().substr(0, std::size_t{getSize()} * 2);
     });
-}
-
-uint16_t CdsStringAccessor::getSize() const
-{
-    return m_length;
 }
 
 std::vector<uint16_t> CdsStringAccessor::buildArrayFromString(const std::string& text) const
@@ -73,9 +59,9 @@ std::vector<uint16_t> CdsStringAccessor::buildArrayFromString(const std::string&
     return words;
 }
 
-void CdsStringAccessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint16_t> CdsStringAccessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromString(value.as_string()); });
+    return buildArrayFromString(value.as_string());
 }
 
 } // namespace orv::modbus::cds

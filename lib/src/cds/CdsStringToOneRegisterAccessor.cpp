@@ -6,13 +6,13 @@
 namespace orv::modbus::cds {
 
 CdsStringToOneRegisterAccessor::CdsStringToOneRegisterAccessor(std::shared_ptr<CdsDataAccessor> accessor)
-    : CdsRegistersAccessorBase(std::move(accessor))
+    : CdsRegistersAccessorBase(std::move(accessor), 1)
 {
     listenToCds(this);
 }
 
 CdsStringToOneRegisterAccessor::CdsStringToOneRegisterAccessor(CdsDataAccessor* accessor)
-    : CdsRegistersAccessorBase(accessor)
+    : CdsRegistersAccessorBase(accessor, 1)
 {
     listenToCds(this);
 }
@@ -25,13 +25,6 @@ CdsStringToOneRegisterAccessor::~CdsStringToOneRegisterAccessor()
 void CdsStringToOneRegisterAccessor::setData(const std::vector<uint16_t>& data)
 {
     writeIfAvailable([&] { return std::to_string(data.at(0)); });
-}
-
-std::vector<uint16_t> CdsStringToOneRegisterAccessor::getData() const
-{
-    return readIfAvailable<std::vector<uint16_t>>([&] {
-        return buildArrayFromString(cdsAccessor().getCValue().as_string());
-    });
 }
 
 std::string CdsStringToOneRegisterAccessor::getDataRepresentation() const
@@ -47,11 +40,6 @@ std::string CdsStringToOneRegisterAccessor::getStrValue() const
     });
 }
 
-uint16_t CdsStringToOneRegisterAccessor::getSize() const
-{
-    return 1;
-}
-
 std::vector<uint16_t> CdsStringToOneRegisterAccessor::buildArrayFromString(const std::string& text) const
 {
     if (text.empty()) {
@@ -64,9 +52,9 @@ std::vector<uint16_t> CdsStringToOneRegisterAccessor::buildArrayFromString(const
     return {static_cast<uint16_t>(value)};
 }
 
-void CdsStringToOneRegisterAccessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint16_t> CdsStringToOneRegisterAccessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromString(value.as_string()); });
+    return buildArrayFromString(value.as_string());
 }
 
 } // namespace orv::modbus::cds

@@ -7,13 +7,13 @@
 namespace orv::modbus::cds {
 
 CdsUint32Accessor::CdsUint32Accessor(std::shared_ptr<CdsDataAccessor> accessor)
-    : CdsRegistersAccessorBase(std::move(accessor))
+    : CdsRegistersAccessorBase(std::move(accessor), 2)
 {
     listenToCds(this);
 }
 
 CdsUint32Accessor::CdsUint32Accessor(CdsDataAccessor* accessor)
-    : CdsRegistersAccessorBase(accessor)
+    : CdsRegistersAccessorBase(accessor, 2)
 {
     listenToCds(this);
 }
@@ -28,13 +28,6 @@ void CdsUint32Accessor::setData(const std::vector<uint16_t>& data)
     writeIfAvailable([&] { return RegisterWords::join(data, m_byteOrder, RegisterWords::setDataMessage); });
 }
 
-std::vector<uint16_t> CdsUint32Accessor::getData() const
-{
-    return readIfAvailable<std::vector<uint16_t>>([&] {
-        return buildArrayFromInt32(cdsAccessor().getCValue().as_uint32());
-    });
-}
-
 std::string CdsUint32Accessor::getDataRepresentation() const
 {
     return describeWithByteOrder("UInt32 (");
@@ -45,20 +38,15 @@ std::string CdsUint32Accessor::getStrValue() const
     return readIfAvailable<std::string>([&] { return std::to_string(cdsAccessor().getCValue().as_uint32()); });
 }
 
-uint16_t CdsUint32Accessor::getSize() const
-{
-    return 2;
-}
-
 // The name is the one the signed class uses; map code calls it so.
 std::vector<uint16_t> CdsUint32Accessor::buildArrayFromInt32(unsigned int value) const
 {
     return RegisterWords::split(value, m_byteOrder, RegisterWords::buildFromInt32Message);
 }
 
-void CdsUint32Accessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint16_t> CdsUint32Accessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromInt32(value.as_uint32()); });
+    return buildArrayFromInt32(value.as_uint32());
 }
 
 } // namespace orv::modbus::cds

@@ -8,14 +8,14 @@ namespace orv::modbus::cds {
 
 CdsUint32ToOneRegisterAccessor::CdsUint32ToOneRegisterAccessor(std::shared_ptr<CdsDataAccessor> accessor,
                                                                float factor)
-    : CdsRegistersAccessorBase(std::move(accessor))
+    : CdsRegistersAccessorBase(std::move(accessor), 1)
     , m_factor(factor)
 {
     listenToCds(this);
 }
 
 CdsUint32ToOneRegisterAccessor::CdsUint32ToOneRegisterAccessor(CdsDataAccessor* accessor, float factor)
-    : CdsRegistersAccessorBase(accessor)
+    : CdsRegistersAccessorBase(accessor, 1)
     , m_factor(factor)
 {
     listenToCds(this);
@@ -24,7 +24,7 @@ CdsUint32ToOneRegisterAccessor::CdsUint32ToOneRegisterAccessor(CdsDataAccessor* 
 CdsUint32ToOneRegisterAccessor::CdsUint32ToOneRegisterAccessor(std::shared_ptr<CdsDataAccessor> accessor,
                                                                BitmaskOp operation, unsigned int mask,
                                                                std::optional<unsigned int> defaultValue)
-    : CdsRegistersAccessorBase(std::move(accessor))
+    : CdsRegistersAccessorBase(std::move(accessor), 1)
     , m_operation(operation)
     , m_mask(mask)
     , m_defaultValue(defaultValue)
@@ -35,7 +35,7 @@ CdsUint32ToOneRegisterAccessor::CdsUint32ToOneRegisterAccessor(std::shared_ptr<C
 CdsUint32ToOneRegisterAccessor::CdsUint32ToOneRegisterAccessor(CdsDataAccessor* accessor, BitmaskOp operation,
                                                                unsigned int mask,
                                                                std::optional<unsigned int> defaultValue)
-    : CdsRegistersAccessorBase(accessor)
+    : CdsRegistersAccessorBase(accessor, 1)
     , m_operation(operation)
     , m_mask(mask)
     , m_defaultValue(defaultValue)
@@ -95,11 +95,6 @@ std::string CdsUint32ToOneRegisterAccessor::getStrValue() const
     });
 }
 
-uint16_t CdsUint32ToOneRegisterAccessor::getSize() const
-{
-    return 1;
-}
-
 std::vector<uint16_t> CdsUint32ToOneRegisterAccessor::buildArrayFromUint32(unsigned int value,
                                                                            bool applyConversion) const
 {
@@ -114,9 +109,9 @@ std::vector<uint16_t> CdsUint32ToOneRegisterAccessor::buildArrayFromUint32(unsig
     return {static_cast<uint16_t>(value & 0xFFFFu)};
 }
 
-void CdsUint32ToOneRegisterAccessor::callbackCdsEvent(const zu::CValue& value)
+std::vector<uint16_t> CdsUint32ToOneRegisterAccessor::wordsOf(const zu::CValue& value) const
 {
-    publish([&] { return buildArrayFromUint32(value.as_uint32(), true); });
+    return buildArrayFromUint32(value.as_uint32(), true);
 }
 
 } // namespace orv::modbus::cds

@@ -10,7 +10,8 @@ namespace cdsapi {
 InBandAccessor::InBandAccessor(const std::string& clientName)
     // The store is reached first so that it outlives every client, the
     // process-wide ones included.
-    : m_store(DataStore::instance())
+    : DataCalls(DataStore::instance())
+    , m_store(DataStore::instance())
     , m_clientName(clientName)
     , m_pConnection(std::make_unique<ClientConnection>(m_store, clientName))
 {
@@ -26,97 +27,6 @@ const std::string& InBandAccessor::getClientName() const
 DataStore& InBandAccessor::store() const
 {
     return m_store;
-}
-
-zu::CDevice InBandAccessor::getDevice(std::uint64_t deviceId) const
-{
-    return m_store.getDevice(deviceId);
-}
-
-std::vector<std::uint64_t> InBandAccessor::getSubDevicesIds(std::uint64_t deviceId, std::int32_t depth) const
-{
-    return m_store.getSubDevicesIds(deviceId, depth);
-}
-
-std::uint64_t InBandAccessor::getChannelId(std::uint64_t deviceId, const std::string& channelName) const
-{
-    return m_store.getChannelId(deviceId, channelName);
-}
-
-std::uint64_t InBandAccessor::getCatchedChannelId(std::uint64_t deviceId, const std::string& channelName) const
-{
-    return m_store.getCatchedChannelId(deviceId, channelName);
-}
-
-zu::CValue InBandAccessor::getChannelCValue(std::uint64_t channelId) const
-{
-    return m_store.getChannelCValue(channelId);
-}
-
-void InBandAccessor::setChannelCValue(std::uint64_t channelId, const zu::CValue& value)
-{
-    m_store.setChannelCValue(channelId, value);
-}
-
-bool InBandAccessor::getChannelAlarmEnabled(std::uint64_t channelId) const
-{
-    return m_store.getChannelAlarmEnabled(channelId);
-}
-
-void InBandAccessor::setChannelAlarmEnabled(std::uint64_t channelId, bool enabled)
-{
-    m_store.setChannelAlarmEnabled(channelId, enabled);
-}
-
-float InBandAccessor::getChannelAlarmTriggerThreshold(std::uint64_t channelId, TriggerId trigger) const
-{
-    return m_store.getChannelAlarmTriggerThreshold(channelId, trigger);
-}
-
-void InBandAccessor::setChannelAlarmTriggerThreshold(std::uint64_t channelId, TriggerId trigger, float threshold)
-{
-    m_store.setChannelAlarmTriggerThreshold(channelId, trigger, threshold);
-}
-
-bool InBandAccessor::getChannelAlarmTriggerThreshold(std::uint64_t channelId) const
-{
-    return m_store.getChannelAlarmTriggerThreshold(channelId);
-}
-
-void InBandAccessor::setChannelAlarmTriggerThreshold(std::uint64_t channelId, bool thresholdEnabled)
-{
-    m_store.setChannelAlarmTriggerThreshold(channelId, thresholdEnabled);
-}
-
-float InBandAccessor::getChannelAlarmHysteresis(std::uint64_t channelId) const
-{
-    return m_store.getChannelAlarmHysteresis(channelId);
-}
-
-void InBandAccessor::setChannelAlarmHysteresis(std::uint64_t channelId, float hysteresis)
-{
-    m_store.setChannelAlarmHysteresis(channelId, hysteresis);
-}
-
-LevelAlarm InBandAccessor::getChannelAlarmLevel(std::uint64_t channelId) const
-{
-    return m_store.getChannelAlarmLevel(channelId);
-}
-
-void InBandAccessor::setChannelAlarmLevel(std::uint64_t channelId, LevelAlarm level)
-{
-    m_store.setChannelAlarmLevel(channelId, level);
-}
-
-std::string InBandAccessor::getDeviceAttribute(std::uint64_t deviceId, DeviceAttribute attribute) const
-{
-    return m_store.getDeviceAttribute(deviceId, attribute);
-}
-
-void InBandAccessor::setDeviceAttribute(std::uint64_t deviceId, DeviceAttribute attribute, const std::string& text,
-                                        bool onlyIfChanged)
-{
-    m_store.setDeviceAttribute(deviceId, attribute, text, onlyIfChanged);
 }
 
 void InBandAccessor::subscribeChannel(std::uint64_t channelId, ChannelCallback fn, zu::sub::subscription_type type,

@@ -46,6 +46,7 @@
 // dropped and a running callback is waited for. A client must not be
 // destroyed from one of its own callbacks.
 
+#include <cdsapi/DataCalls.h>
 #include <cdsapi/Types.h>
 
 #include <zu/CAlarmTrigger.h>
@@ -66,7 +67,7 @@ class DataStore;
 
 // The in-band face of a client: every channel, device, attribute and
 // subscription call.
-class InBandAccessor {
+class InBandAccessor : public DataCalls {
 public:
     using ChannelCallback = std::function<void(std::uint64_t channelId, const zu::CValue& value)>;
     using DeviceCallback = std::function<void(std::uint64_t deviceId)>;
@@ -77,29 +78,6 @@ public:
     InBandAccessor& operator=(const InBandAccessor&) = delete;
 
     const std::string& getClientName() const;
-
-    zu::CDevice getDevice(std::uint64_t deviceId) const;
-    std::vector<std::uint64_t> getSubDevicesIds(std::uint64_t deviceId, std::int32_t depth) const;
-    std::uint64_t getChannelId(std::uint64_t deviceId, const std::string& channelName) const;
-    std::uint64_t getCatchedChannelId(std::uint64_t deviceId, const std::string& channelName) const;
-
-    zu::CValue getChannelCValue(std::uint64_t channelId) const;
-    void setChannelCValue(std::uint64_t channelId, const zu::CValue& value);
-
-    bool getChannelAlarmEnabled(std::uint64_t channelId) const;
-    void setChannelAlarmEnabled(std::uint64_t channelId, bool enabled);
-    float getChannelAlarmTriggerThreshold(std::uint64_t channelId, TriggerId trigger) const;
-    void setChannelAlarmTriggerThreshold(std::uint64_t channelId, TriggerId trigger, float threshold);
-    bool getChannelAlarmTriggerThreshold(std::uint64_t channelId) const;
-    void setChannelAlarmTriggerThreshold(std::uint64_t channelId, bool thresholdEnabled);
-    float getChannelAlarmHysteresis(std::uint64_t channelId) const;
-    void setChannelAlarmHysteresis(std::uint64_t channelId, float hysteresis);
-    LevelAlarm getChannelAlarmLevel(std::uint64_t channelId) const;
-    void setChannelAlarmLevel(std::uint64_t channelId, LevelAlarm level);
-
-    std::string getDeviceAttribute(std::uint64_t deviceId, DeviceAttribute attribute) const;
-    void setDeviceAttribute(std::uint64_t deviceId, DeviceAttribute attribute, const std::string& text,
-                            bool onlyIfChanged);
 
     void subscribeChannel(std::uint64_t channelId, ChannelCallback fn, zu::sub::subscription_type type,
                           std::uint64_t* subscriptionId);

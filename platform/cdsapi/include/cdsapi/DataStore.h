@@ -89,6 +89,7 @@
 // "<file>: <JSON pointer>: <reason>" and the store is left unchanged; a good
 // seed notifies like the creations it makes, in document order.
 
+#include <cdsapi/DataCalls.h>
 #include <cdsapi/Types.h>
 
 #include <zu/CAlarmTrigger.h>
@@ -130,7 +131,7 @@ struct ChannelInfo {
     friend bool operator==(const ChannelInfo&, const ChannelInfo&) = default;
 };
 
-class DataStore {
+class DataStore : public DataCalls {
 public:
     // How many notifications a client queues exactly, each delivered, before
     // a channel notification supersedes the queued one of the same
@@ -168,30 +169,13 @@ public:
     // can tell that each one it caused was released exactly once.
     std::size_t subscriptionCount() const;
 
-    // Data calls, shared by clients and the service side.
-    zu::CDevice getDevice(std::uint64_t deviceId) const;
+    // The data calls (DataCalls) are shared with the clients; a client has
+    // getDeviceByName on CdsAccessor.
     std::uint64_t getDeviceByName(const std::string& canonicalName) const;
-    std::vector<std::uint64_t> getSubDevicesIds(std::uint64_t deviceId, std::int32_t depth) const;
-    std::uint64_t getChannelId(std::uint64_t deviceId, const std::string& channelName) const;
-    std::uint64_t getCatchedChannelId(std::uint64_t deviceId, const std::string& channelName) const;
-    zu::CValue getChannelCValue(std::uint64_t channelId) const;
-    void setChannelCValue(std::uint64_t channelId, const zu::CValue& value);
-    bool getChannelAlarmEnabled(std::uint64_t channelId) const;
-    void setChannelAlarmEnabled(std::uint64_t channelId, bool enabled);
-    float getChannelAlarmTriggerThreshold(std::uint64_t channelId, TriggerId trigger) const;
-    void setChannelAlarmTriggerThreshold(std::uint64_t channelId, TriggerId trigger, float threshold);
-    bool getChannelAlarmTriggerThreshold(std::uint64_t channelId) const;
-    void setChannelAlarmTriggerThreshold(std::uint64_t channelId, bool thresholdEnabled);
-    float getChannelAlarmHysteresis(std::uint64_t channelId) const;
-    void setChannelAlarmHysteresis(std::uint64_t channelId, float hysteresis);
-    LevelAlarm getChannelAlarmLevel(std::uint64_t channelId) const;
-    void setChannelAlarmLevel(std::uint64_t channelId, LevelAlarm level);
-    std::string getDeviceAttribute(std::uint64_t deviceId, DeviceAttribute attribute) const;
-    void setDeviceAttribute(std::uint64_t deviceId, DeviceAttribute attribute, const std::string& text,
-                            bool onlyIfChanged = false);
 
 private:
     friend class ClientConnection;
+    friend class DataCalls;
     friend class InBandAccessor;
     struct State;
 

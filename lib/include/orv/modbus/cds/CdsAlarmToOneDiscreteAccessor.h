@@ -45,16 +45,13 @@ public:
     // CdsChannelAccessor). Unsubscribing is always safe.
     static void subscribeChannelAlarm(std::uint64_t channelId, CdsAlarmToOneDiscreteAccessor* accessor);
     static void subscribeDeviceSettings(std::uint64_t deviceId, CdsAlarmToOneDiscreteAccessor* accessor);
-    static void subscribeDeviceCreation(std::uint64_t deviceId, CdsAlarmToOneDiscreteAccessor* accessor);
     static void unsubscribeChannelAlarm(std::uint64_t channelId, CdsAlarmToOneDiscreteAccessor* accessor);
     static void unsubscribeDeviceSettings(std::uint64_t deviceId, CdsAlarmToOneDiscreteAccessor* accessor);
-    static void unsubscribeDeviceCreation(std::uint64_t deviceId, CdsAlarmToOneDiscreteAccessor* accessor);
 
     // Handlers of the data-store notifications, one per kind, each on a copy
     // of the object's watchers (std::out_of_range when there are none).
     static void cdsChannelAlarm(std::uint64_t channelId);
     static void cdsDeviceSettings(std::uint64_t deviceId);
-    static void cdsDeviceCreation(std::uint64_t deviceId);
 
     // The names carry "ChannelAccessor", as map tools know them. Read them
     // only while no accessor is being built, destroyed or notified.

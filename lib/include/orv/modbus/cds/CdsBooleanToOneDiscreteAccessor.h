@@ -14,14 +14,14 @@ public:
     ~CdsBooleanToOneDiscreteAccessor() override;
 
     void setData(const std::vector<uint8_t>& data) override;
-    std::vector<uint8_t> getData() const override;
     std::string getDataRepresentation() const override;
     std::string getStrValue() const override;
-    uint16_t getSize() const override;
 
     // One byte, 1 for true; the modifier is applied before, not here.
     std::vector<uint8_t> buildArrayFromBool(bool value) const;
-    void callbackCdsEvent(const zu::CValue& value);
+
+protected:
+    std::vector<uint8_t> wordsOf(const zu::CValue& value) const override;
 
 private:
     // The discrete's state for the data point's value.

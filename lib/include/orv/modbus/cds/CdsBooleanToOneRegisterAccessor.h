@@ -13,13 +13,13 @@ public:
     ~CdsBooleanToOneRegisterAccessor() override;
 
     void setData(const std::vector<uint16_t>& data) override;
-    std::vector<uint16_t> getData() const override;
     std::string getDataRepresentation() const override;
     std::string getStrValue() const override;
-    uint16_t getSize() const override;
 
     std::vector<uint16_t> buildArrayFromBool(bool value) const;
-    void callbackCdsEvent(const zu::CValue& value);
+
+protected:
+    std::vector<uint16_t> wordsOf(const zu::CValue& value) const override;
 };
 
 } // namespace orv::modbus::cds

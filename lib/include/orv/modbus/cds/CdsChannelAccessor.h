@@ -47,12 +47,10 @@ public:
     static void subscribeChannelState(std::uint64_t channelId, CdsChannelAccessor* accessor);
     static void subscribeChannelSettings(std::uint64_t channelId, CdsChannelAccessor* accessor);
     static void subscribeDeviceSettings(std::uint64_t deviceId, CdsChannelAccessor* accessor);
-    static void subscribeDeviceCreation(std::uint64_t deviceId, CdsChannelAccessor* accessor);
     static void unsubscribeChannelUpdate(std::uint64_t channelId, CdsChannelAccessor* accessor);
     static void unsubscribeChannelState(std::uint64_t channelId, CdsChannelAccessor* accessor);
     static void unsubscribeChannelSettings(std::uint64_t channelId, CdsChannelAccessor* accessor);
     static void unsubscribeDeviceSettings(std::uint64_t deviceId, CdsChannelAccessor* accessor);
-    static void unsubscribeDeviceCreation(std::uint64_t deviceId, CdsChannelAccessor* accessor);
 
     // Handlers of the data-store notifications, one per kind. Each works on
     // a copy of the object's watchers (std::out_of_range when there are
@@ -61,7 +59,6 @@ public:
     static void cdsChannelState(std::uint64_t channelId);
     static void cdsChannelSettings(std::uint64_t channelId);
     static void cdsDeviceSettings(std::uint64_t deviceId);
-    static void cdsDeviceCreation(std::uint64_t deviceId);
 
     // Read them only while no accessor is being built, destroyed or notified.
     static SubscriberSets m_mapChannelAccessorChannelUpdateSubscriber;

@@ -21,9 +21,8 @@ namespace orv::modbus::cds {
 //
 // `Accessor` is the concrete class (CdsChannelAccessor, CdsDeviceAccessor,
 // CdsAlarmToOneDiscreteAccessor). It keeps its own bookkeeping of
-// subscriptions and provides the static subscribeDeviceCreation and
-// unsubscribeDeviceCreation(id, Accessor*) the creation watch uses, and its
-// detection as detect().
+// subscriptions, the book of the creation watch included (see
+// deviceCreationBook), and provides its detection as detect().
 //
 // Destruction is safe from any thread, the notification thread included: an
 // accessor may be destroyed by a callback, its own or another accessor's (a
@@ -42,6 +41,15 @@ public:
 
     bool isExistingInCds() const override;
     void setUpdateCallback(std::function<void(const zu::CValue&)> callback) override;
+
+    // The watches for the creation of a device, kept for all accessors of
+    // the class in the class's DeviceCreation maps. Unsubscribing is always
+    // safe, also for ids never subscribed.
+    static void subscribeDeviceCreation(std::uint64_t deviceId, Accessor* accessor);
+    static void unsubscribeDeviceCreation(std::uint64_t deviceId, Accessor* accessor);
+    // Handler of the creation of a device: every accessor of the class
+    // watching for it detects again (std::out_of_range when none does).
+    static void cdsDeviceCreation(std::uint64_t deviceId);
 
 protected:
     using Walk = typename SubscriberWalks<Accessor>::Walk;

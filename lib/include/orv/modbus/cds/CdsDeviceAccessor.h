@@ -57,16 +57,13 @@ public:
     // with their own handlers. Unsubscribing is always safe.
     static void subscribeDeviceUpdate(std::uint64_t deviceId, CdsDeviceAccessor* accessor);
     static void subscribeDeviceSettings(std::uint64_t deviceId, CdsDeviceAccessor* accessor);
-    static void subscribeDeviceCreation(std::uint64_t deviceId, CdsDeviceAccessor* accessor);
     static void unsubscribeDeviceUpdate(std::uint64_t deviceId, CdsDeviceAccessor* accessor);
     static void unsubscribeDeviceSettings(std::uint64_t deviceId, CdsDeviceAccessor* accessor);
-    static void unsubscribeDeviceCreation(std::uint64_t deviceId, CdsDeviceAccessor* accessor);
 
     // Handlers of the data-store notifications, one per kind, each on a copy
     // of the device's watchers (std::out_of_range when there are none).
     static void cdsDeviceUpdate(std::uint64_t deviceId);
     static void cdsDeviceSettings(std::uint64_t deviceId);
-    static void cdsDeviceCreation(std::uint64_t deviceId);
 
     // Read them only while no accessor is being built, destroyed or notified.
     static SubscriberSets m_mapDeviceAccessorDeviceSubscriber;

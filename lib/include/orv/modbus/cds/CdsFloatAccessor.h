@@ -21,10 +21,11 @@ public:
     std::vector<uint16_t> getData() const override;
     std::string getDataRepresentation() const override;
     std::string getStrValue() const override;
-    uint16_t getSize() const override;
 
     std::vector<uint16_t> buildArrayFromFloat(float value) const;
-    void callbackCdsEvent(const zu::CValue& value);
+
+protected:
+    std::vector<uint16_t> wordsOf(const zu::CValue& value) const override;
 
 private:
     float m_scale;

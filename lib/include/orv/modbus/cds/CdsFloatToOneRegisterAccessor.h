@@ -21,14 +21,14 @@ public:
     ~CdsFloatToOneRegisterAccessor() override;
 
     void setData(const std::vector<uint16_t>& data) override;
-    std::vector<uint16_t> getData() const override;
     std::string getDataRepresentation() const override;
     std::string getStrValue() const override;
-    uint16_t getSize() const override;
 
     float multiplyAndOffsetData(float value) const;
     std::vector<uint16_t> buildArrayFromFloat(float value) const;
-    void callbackCdsEvent(const zu::CValue& value);
+
+protected:
+    std::vector<uint16_t> wordsOf(const zu::CValue& value) const override;
 
 private:
     bool isSigned() const;

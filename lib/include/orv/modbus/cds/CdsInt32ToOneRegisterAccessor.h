@@ -15,15 +15,15 @@ public:
     ~CdsInt32ToOneRegisterAccessor() override;
 
     void setData(const std::vector<uint16_t>& data) override;
-    std::vector<uint16_t> getData() const override;
     std::string getDataRepresentation() const override;
     // The whole product, not cut to 16 bits.
     std::string getStrValue() const override;
-    uint16_t getSize() const override;
 
     int multiplyData(int value) const;
     std::vector<uint16_t> buildArrayFromInt32(int value) const;
-    void callbackCdsEvent(const zu::CValue& value);
+
+protected:
+    std::vector<uint16_t> wordsOf(const zu::CValue& value) const override;
 
 private:
     float m_factor;

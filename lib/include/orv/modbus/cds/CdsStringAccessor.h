@@ -16,17 +16,14 @@ public:
     ~CdsStringAccessor() override;
 
     void setData(const std::vector<uint16_t>& data) override;
-    std::vector<uint16_t> getData() const override;
     std::string getDataRepresentation() const override;
     // The text cut to what the entry's registers hold.
     std::string getStrValue() const override;
-    uint16_t getSize() const override;
 
     std::vector<uint16_t> buildArrayFromString(const std::string& text) const;
-    void callbackCdsEvent(const zu::CValue& value);
 
-private:
-    unsigned short m_length;
+protected:
+    std::vector<uint16_t> wordsOf(const zu::CValue& value) const override;
 };
 
 } // namespace orv::modbus::cds

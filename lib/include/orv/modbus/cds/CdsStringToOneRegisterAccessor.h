@@ -18,14 +18,14 @@ public:
 
     // Throws std::out_of_range for an empty array.
     void setData(const std::vector<uint16_t>& data) override;
-    std::vector<uint16_t> getData() const override;
     std::string getDataRepresentation() const override;
     std::string getStrValue() const override;
-    uint16_t getSize() const override;
 
     // Empty for the empty text, else one register.
     std::vector<uint16_t> buildArrayFromString(const std::string& text) const;
-    void callbackCdsEvent(const zu::CValue& value);
+
+protected:
+    std::vector<uint16_t> wordsOf(const zu::CValue& value) const override;
 };
 
 } // namespace orv::modbus::cds

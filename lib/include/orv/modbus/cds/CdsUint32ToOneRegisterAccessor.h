@@ -33,10 +33,11 @@ public:
     std::string getDataRepresentation() const override;
     bool isDataAvailable() const override;
     std::string getStrValue() const override;
-    uint16_t getSize() const override;
 
     std::vector<uint16_t> buildArrayFromUint32(unsigned int value, bool applyConversion) const;
-    void callbackCdsEvent(const zu::CValue& value);
+
+protected:
+    std::vector<uint16_t> wordsOf(const zu::CValue& value) const override;
 
 private:
     float m_factor = 1.0f;
