@@ -33,6 +33,7 @@ apt-get "${apt_options[@]}" update -q || echo "apt-get update: some indexes fail
 for deb in "$state"/debs/*.deb; do
   dpkg -x "$deb" "$sysroot"
 done
-# The .pc files name /usr; inside the sysroot they must name the sysroot.
-find "$sysroot" -name '*.pc' -exec sed -i "s#^prefix=/usr#prefix=$sysroot/usr#" {} +
+# The .pc files name /usr (in prefix=, and in some also in exec_prefix=,
+# libdir= and includedir=); inside the sysroot they must name the sysroot.
+find "$sysroot" -name '*.pc' -exec sed -i -E "s#^(prefix|exec_prefix|libdir|includedir)=/usr#\\1=$sysroot/usr#" {} +
 touch "$sysroot/.complete"

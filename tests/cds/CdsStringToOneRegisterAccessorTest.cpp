@@ -37,6 +37,19 @@ TEST(CdsStringToOneRegisterAccessorTest, TooLargeNumbersThrowTheOverflowError)
                 ThrowsMessage<std::out_of_range>("stoul"));
 }
 
+// std::stoul's range is that of unsigned long: on the gateway's 32-bit CPU a
+// number of 33 bits is already out of it, where a 64-bit one still reads it
+// and finds it above a register's range. Either way the text is refused.
+TEST(CdsStringToOneRegisterAccessorTest, NumberOfThirtyThreeBitsIsRefusedByTheWidthOfUnsignedLong)
+{
+    if constexpr (sizeof(unsigned long) == 4) {
+        EXPECT_THAT([&] { served("4294967296"); }, ThrowsMessage<std::out_of_range>("stoul"));
+    } else {
+        EXPECT_THAT([&] { served("4294967296"); },
+                    ThrowsMessage<std::overflow_error>("Invalid conversion from unsigned long to short."));
+    }
+}
+
 TEST(CdsStringToOneRegisterAccessorTest, TextWithoutDigitsThrowsTheInvalidArgumentError)
 {
     EXPECT_THAT([&] { served("abc"); },

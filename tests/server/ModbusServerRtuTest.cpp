@@ -300,7 +300,7 @@ TEST_F(ModbusServerRtuTest, StopOnAQuietLineEndsTheThreadAtOnceAfterOneReceiveEr
     const auto started = Clock::now();
     m_pServer->stop();
     EXPECT_LT(Clock::now() - started, 500ms);
-    EXPECT_EQ(threadsNamed(g_rtuThreadName), 0);
+    EXPECT_TRUE(noThreadNamed(g_rtuThreadName));
     EXPECT_EQ(m_pStatistics->rtuReceiveError, 1);
     EXPECT_EQ(m_pStatistics->rtuCalls, 1);
     EXPECT_TRUE(m_log.indexOf("Exit handlerRtu thread") < m_log.indexOf("Close rtu connection"));
@@ -331,8 +331,8 @@ TEST_F(ModbusServerRtuTest, DestroyingARunningServerEndsBothThreadsAtOnce)
     const auto started = Clock::now();
     server.reset();
     EXPECT_LT(Clock::now() - started, 500ms);
-    EXPECT_EQ(threadsNamed(g_rtuThreadName), 0);
-    EXPECT_EQ(threadsNamed(g_tcpThreadName), 0);
+    EXPECT_TRUE(noThreadNamed(g_rtuThreadName));
+    EXPECT_TRUE(noThreadNamed(g_tcpThreadName));
 }
 
 // An unplugged adapter: the line goes away under the running server and

@@ -154,7 +154,7 @@ TEST(ModbusServerTest, RtuOnlyServerStartsNoTcpThreadAndClosesOnlyTheSerialLine)
     EXPECT_TRUE(server.isEnabled());
 
     server.run(ModbusMapsConfiguration());
-    EXPECT_EQ(threadsNamed(g_tcpThreadName), 0);
+    EXPECT_TRUE(noThreadNamed(g_tcpThreadName));
     server.stop();
     EXPECT_EQ(log.count("Close rtu connection"), 1u);
     EXPECT_FALSE(log.contains("Close tcp connection"));
@@ -175,7 +175,7 @@ TEST(ModbusServerTest, StopEndsHandlerClosesClientsAndKeepsListening)
     const auto started = Clock::now();
     server->stop();
     EXPECT_LT(Clock::now() - started, 1500ms);
-    EXPECT_EQ(threadsNamed(g_tcpThreadName), 0);
+    EXPECT_TRUE(noThreadNamed(g_tcpThreadName));
     EXPECT_TRUE(first.closedByPeerWithin(1s));
     EXPECT_TRUE(second.closedByPeerWithin(1s));
     EXPECT_TRUE(log.contains("Exit handlerTcp thread"));
@@ -195,7 +195,7 @@ TEST(ModbusServerTest, StopTwiceAndStopBeforeRunAreHarmless)
     server->run(servingUnitOne(makeSpyMap()));
     server->stop();
     server->stop();
-    EXPECT_EQ(threadsNamed(g_tcpThreadName), 0);
+    EXPECT_TRUE(noThreadNamed(g_tcpThreadName));
 }
 
 TEST(ModbusServerTest, DestroyingRunningServerEndsHandlerAndClosesClients)
@@ -209,7 +209,7 @@ TEST(ModbusServerTest, DestroyingRunningServerEndsHandlerAndClosesClients)
     const auto started = Clock::now();
     server.reset();
     EXPECT_LT(Clock::now() - started, 1500ms);
-    EXPECT_EQ(threadsNamed(g_tcpThreadName), 0);
+    EXPECT_TRUE(noThreadNamed(g_tcpThreadName));
     EXPECT_TRUE(client.closedByPeerWithin(1s));
     EXPECT_TRUE(log.contains("Exit handlerTcp thread"));
     EXPECT_FALSE(log.contains("Close tcp connection"));

@@ -61,7 +61,7 @@ public:
             pollfd watched{m_fd, POLLIN, 0};
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - std::chrono::steady_clock::now());
-            const int wait = received.empty() ? static_cast<int>(std::max<long>(left.count(), 1)) : 50;
+            const int wait = received.empty() ? static_cast<int>(std::max(left, std::chrono::milliseconds(1)).count()) : 50;
             if (poll(&watched, 1, wait) <= 0) {
                 if (!received.empty()) {
                     break;

@@ -1,5 +1,7 @@
 #include "ModbusSocketPair.h"
 
+#include <algorithm>
+#include <array>
 #include <stdexcept>
 
 #include <sys/socket.h>
@@ -60,14 +62,18 @@ std::vector<uint8_t> ModbusSocketPair::tcpFrame(uint16_t transactionId, uint8_t 
                                                 const std::vector<uint8_t>& pdu)
 {
     const auto length = static_cast<uint16_t>(pdu.size() + 1);
-    std::vector<uint8_t> frame{static_cast<uint8_t>(transactionId >> 8),
-                               static_cast<uint8_t>(transactionId & 0xff),
-                               0,
-                               0,
-                               static_cast<uint8_t>(length >> 8),
-                               static_cast<uint8_t>(length & 0xff),
-                               unitId};
-    frame.insert(frame.end(), pdu.begin(), pdu.end());
+    const std::array<uint8_t, 7> header{static_cast<uint8_t>(transactionId >> 8),
+                                        static_cast<uint8_t>(transactionId & 0xff),
+                                        0,
+                                        0,
+                                        static_cast<uint8_t>(length >> 8),
+                                        static_cast<uint8_t>(length & 0xff),
+                                        unitId};
+    // Sized once and filled: growing a vector of seven from an initializer
+    // list makes GCC 12 for 32-bit ARM warn of a copy out of bounds that
+    // does not happen (-Warray-bounds).
+    std::vector<uint8_t> frame(header.size() + pdu.size());
+    std::copy(pdu.begin(), pdu.end(), std::copy(header.begin(), header.end(), frame.begin()));
     return frame;
 }
 

@@ -1,6 +1,7 @@
 #include "TestServer.h"
 
 #include "FreePort.h"
+#include "WaitUntil.h"
 
 #include <cerrno>
 #include <cstring>
@@ -11,6 +12,13 @@
 #include <stdexcept>
 
 namespace orv::modbus::test {
+namespace {
+
+// How long a joined thread's task may stay listed, emulated on a busy
+// machine included; a thread that was not joined stays far longer.
+constexpr std::chrono::milliseconds g_taskExitTimeout{500};
+
+} // namespace
 
 void onFreePort(std::uint16_t& port, const std::function<void(std::uint16_t)>& open)
 {
@@ -75,6 +83,11 @@ int threadsNamed(const std::string& name)
         }
     }
     return count;
+}
+
+bool noThreadNamed(const std::string& name)
+{
+    return orv::test::waitUntil([&] { return threadsNamed(name) == 0; }, g_taskExitTimeout);
 }
 
 int threadCount()

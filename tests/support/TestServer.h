@@ -52,6 +52,12 @@ std::shared_ptr<ModbusMapSettings> allowing(std::shared_ptr<ModbusMap> map, cons
 // Threads of this process whose name is `name`.
 int threadsNamed(const std::string& name);
 
+// Whether no thread of this process is named `name`, waiting a moment for
+// it: a joined thread's task leaves /proc shortly after the join returns (the
+// kernel wakes the joiner on the way out, and under qemu-user the emulator's
+// own thread ends later still).
+bool noThreadNamed(const std::string& name);
+
 int threadCount();
 
 // Whether the TCP handler's scan of its sockets said it ended before the

@@ -7,7 +7,8 @@ namespace orv::modbus::cds {
 // A text data point holding a decimal number (as std::stoul reads it),
 // served as one register. Text that is no number throws
 // std::invalid_argument("stoul"), a number too large for unsigned long
-// std::out_of_range("stoul"), and one above 65535 std::overflow_error; these
+// (above 4294967295 on the gateway's 32-bit CPU) std::out_of_range("stoul"),
+// and one above 65535 std::overflow_error; these
 // reach the caller (and, for a change notification, the notifier). A write
 // stores the register's decimal text.
 class CdsStringToOneRegisterAccessor : public CdsRegistersAccessorBase {
