@@ -10,21 +10,21 @@
 namespace orv::modbus::fuzz::test {
 namespace {
 
-using Outcome = ProcessRequestTarget::Outcome;
+using RequestOutcome = ProcessRequestTarget::Outcome;
 
-std::string describe(const std::vector<Outcome>& outcomes)
+std::string describeRequestOutcomes(const std::vector<RequestOutcome>& outcomes)
 {
     std::string text;
     for (const auto outcome : outcomes) {
         text += text.empty() ? "" : "+";
-        text += outcome == Outcome::Answered ? "answered" : outcome == Outcome::Refused ? "refused" : "dropped";
+        text += outcome == RequestOutcome::Answered ? "answered" : outcome == RequestOutcome::Refused ? "refused" : "dropped";
     }
     return text;
 }
 
 TEST(ProcessRequestTargetTest, CorpusFramesHaveTheirOutcomesAndKeepTheTablesSound)
 {
-    replayCorpus<ProcessRequestTarget>("ProcessRequest", 40, describe);
+    replayCorpus<ProcessRequestTarget>("ProcessRequest", 40, describeRequestOutcomes);
 }
 
 TEST(ProcessRequestTargetTest, AnEmptyInputSendsNothing)

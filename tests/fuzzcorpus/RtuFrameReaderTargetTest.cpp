@@ -10,21 +10,21 @@
 namespace orv::modbus::fuzz::test {
 namespace {
 
-using Outcome = RtuFrameReaderTarget::Outcome;
+using FrameOutcome = RtuFrameReaderTarget::Outcome;
 
-std::string describe(const std::vector<Outcome>& outcomes)
+std::string describeFrameOutcomes(const std::vector<FrameOutcome>& outcomes)
 {
     std::string text;
     for (const auto outcome : outcomes) {
         text += text.empty() ? "" : "+";
-        text += outcome == Outcome::Frame ? "frame" : outcome == Outcome::BadCrc ? "badcrc" : "toolong";
+        text += outcome == FrameOutcome::Frame ? "frame" : outcome == FrameOutcome::BadCrc ? "badcrc" : "toolong";
     }
     return text;
 }
 
 TEST(RtuFrameReaderTargetTest, CorpusChunksComeOutWholeAsFramesOrRefusals)
 {
-    replayCorpus<RtuFrameReaderTarget>("RtuFrameReader", 8, describe);
+    replayCorpus<RtuFrameReaderTarget>("RtuFrameReader", 8, describeFrameOutcomes);
 }
 
 TEST(RtuFrameReaderTargetTest, AnEmptyInputReadsNothing)
