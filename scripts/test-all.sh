@@ -15,14 +15,16 @@ tsan=${3:?usage: test-all.sh BUILD ASAN_BUILD TSAN_BUILD FUZZ_BUILD}
 fuzz=${4:?usage: test-all.sh BUILD ASAN_BUILD TSAN_BUILD FUZZ_BUILD}
 start=$SECONDS
 declare -A results
+# What each build and test run took, for the log.
+TIMEFORMAT="== %R s wall, %U s user, %S s sys"
 
 # Runs "make TARGET VARIABLE=VALUE" in the background at a lower priority,
-# its output in LOG; the job's id is left in $!.
+# its output and its time in LOG; the job's id is left in $!.
 make_in_background() {
   local log=$1
   shift
   echo "== make $* in the background (log: $log)"
-  nice -n 10 make --no-print-directory "$@" >"$log" 2>&1 &
+  { time nice -n 10 make --no-print-directory "$@"; } >"$log" 2>&1 &
 }
 
 # Waits for the background job PID; on failure shows its LOG.
@@ -41,7 +43,7 @@ run() {
   shift
   local began=$SECONDS
   echo "== $name"
-  make --no-print-directory "$@"
+  time make --no-print-directory "$@"
   local status=$?
   results[$name]="$( ((status == 0)) && echo passed || echo FAILED) in $((SECONDS - began)) s"
   return $status
