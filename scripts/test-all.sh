@@ -32,7 +32,7 @@ finished() {
   local pid=$1 log=$2
   wait "$pid"
   local status=$?
-  tail -n 3 "$log"
+  tail -n 1 "$log"
   ((status == 0)) || cat "$log" >&2
   return $status
 }
@@ -82,6 +82,6 @@ fi
 began=$SECONDS
 finished "$fuzzing" "$build/fuzz.log"
 fuzzed=$?
-grep -E "^== |^Done" "$build/fuzz.log"
+grep -E "^== [A-Za-z]+Fuzz |^Done" "$build/fuzz.log"
 results["fuzzing ($fuzz)"]="$( ((fuzzed == 0)) && echo passed || echo FAILED), waited $((SECONDS - began)) s for it"
 summary
