@@ -57,6 +57,19 @@ inline std::vector<CorpusInput> loadCorpus(const std::string& target)
     return inputs;
 }
 
+// The outcome text of a target that reads several frames or chunks from one
+// input: each one's name, joined by '+'.
+template <class Outcome, class Name>
+std::string joinedNames(const std::vector<Outcome>& outcomes, Name name)
+{
+    std::string text;
+    for (const auto outcome : outcomes) {
+        text += text.empty() ? "" : "+";
+        text += name(outcome);
+    }
+    return text;
+}
+
 // Runs every input of `target` through Target::run; `describe` turns what
 // run returns into the outcome text of the file names.
 template <class Target, class Describe>

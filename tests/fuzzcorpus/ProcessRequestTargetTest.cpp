@@ -14,12 +14,11 @@ using RequestOutcome = ProcessRequestTarget::Outcome;
 
 std::string describeRequestOutcomes(const std::vector<RequestOutcome>& outcomes)
 {
-    std::string text;
-    for (const auto outcome : outcomes) {
-        text += text.empty() ? "" : "+";
-        text += outcome == RequestOutcome::Answered ? "answered" : outcome == RequestOutcome::Refused ? "refused" : "dropped";
-    }
-    return text;
+    return joinedNames(outcomes, [](RequestOutcome outcome) {
+        return outcome == RequestOutcome::Answered ? "answered"
+               : outcome == RequestOutcome::Refused ? "refused"
+                                                    : "dropped";
+    });
 }
 
 TEST(ProcessRequestTargetTest, CorpusFramesHaveTheirOutcomesAndKeepTheTablesSound)

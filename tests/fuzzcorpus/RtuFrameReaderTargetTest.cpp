@@ -14,12 +14,9 @@ using FrameOutcome = RtuFrameReaderTarget::Outcome;
 
 std::string describeFrameOutcomes(const std::vector<FrameOutcome>& outcomes)
 {
-    std::string text;
-    for (const auto outcome : outcomes) {
-        text += text.empty() ? "" : "+";
-        text += outcome == FrameOutcome::Frame ? "frame" : outcome == FrameOutcome::BadCrc ? "badcrc" : "toolong";
-    }
-    return text;
+    return joinedNames(outcomes, [](FrameOutcome outcome) {
+        return outcome == FrameOutcome::Frame ? "frame" : outcome == FrameOutcome::BadCrc ? "badcrc" : "toolong";
+    });
 }
 
 TEST(RtuFrameReaderTargetTest, CorpusChunksComeOutWholeAsFramesOrRefusals)
