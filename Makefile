@@ -7,8 +7,6 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
-# The test programs that run threads: the race detector's build makes these only.
-TSAN_TARGETS ?= server_tests cds_tests cdsapi_tests map_tests daemon_tests
 ARMHF_BUILD ?= build-armhf
 DEMO_CONFIG ?= $(BUILD)/maps/demo/demo-config.json
 
@@ -45,12 +43,13 @@ test-asan-only:
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(TEST_JOBS)
 
-# ThreadSanitizer: a third tree with only the library, the stand-ins and the
-# test programs labelled `threads`. Any report fails the test that caused it
+# ThreadSanitizer: a third tree with only the library, the stand-ins, the
+# daemon and the test programs labelled `threads` (its `all`: the other test
+# programs are not configured there). Any report fails the test that caused it
 # (halt_on_error makes the program exit non-zero).
 build-tsan: deps
 	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DORV_TSAN=ON -DORV_BUILD_BENCH=OFF
-	cmake --build $(TSAN_BUILD) -j $(JOBS) --target $(TSAN_TARGETS)
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
 
 test-tsan: build-tsan
 	@$(MAKE) --no-print-directory test-tsan-only
