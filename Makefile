@@ -7,12 +7,10 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
-# The test programs that run threads: the race detector's build makes these only.
-TSAN_TARGETS ?= server_tests cds_tests cdsapi_tests map_tests daemon_tests
 ARMHF_BUILD ?= build-armhf
 DEMO_CONFIG ?= $(BUILD)/maps/demo/demo-config.json
 
-.PHONY: all deps build build-asan build-tsan test test-normal test-normal-only test-asan test-asan-only test-tsan test-load soak fuzz test-fuzz demo bench readme-table deb armhf test-armhf clean
+.PHONY: all deps build build-asan build-tsan build-fuzz test test-normal test-normal-only test-asan test-asan-only test-tsan test-tsan-only test-load soak fuzz test-fuzz test-fuzz-only demo bench readme-table deb armhf test-armhf clean
 
 all: build
 
@@ -45,21 +43,25 @@ test-asan-only:
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(TEST_JOBS)
 
-# ThreadSanitizer: a third tree with only the library, the stand-ins and the
-# test programs labelled `threads`. Any report fails the test that caused it
+# ThreadSanitizer: a third tree with only the library, the stand-ins, the
+# daemon and the test programs labelled `threads` (its `all`: the other test
+# programs are not configured there). Any report fails the test that caused it
 # (halt_on_error makes the program exit non-zero).
 build-tsan: deps
 	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DORV_TSAN=ON -DORV_BUILD_BENCH=OFF
-	cmake --build $(TSAN_BUILD) -j $(JOBS) --target $(TSAN_TARGETS)
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
 
 test-tsan: build-tsan
+	@$(MAKE) --no-print-directory test-tsan-only
+
+test-tsan-only:
 	TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/tsan.supp" \
 	ctest --test-dir $(TSAN_BUILD) --output-on-failure -j $(JOBS) -L threads
 
-# Both builds and both test runs; the sanitizer build compiles while the
-# first tests run (see the script).
+# The four: optimised, ASan/UBSan, ThreadSanitizer and fuzzing; each build
+# compiles while the tests of the one before run (see the script).
 test: deps
-	@scripts/test-all.sh $(BUILD) $(ASAN_BUILD)
+	@scripts/test-all.sh $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)
 
 # The sustained-write load test (label `load`) for 10 s instead of the 3 s
 # it runs within `make test`.
@@ -81,15 +83,25 @@ SOAK_SECONDS ?= 600
 soak: build
 	@scripts/soak.py $(BUILD) $(SOAK_SECONDS)
 
-# The libFuzzer programs, built with clang, each run for FUZZ_SECONDS
-# (default 60); what reaches new code joins the committed corpus.
+# The libFuzzer programs, built with clang and the sanitizers in a tree of
+# their own, which holds what they link and nothing else.
+build-fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DORV_BUILD_FUZZ=ON -DORV_BUILD_TESTS=OFF -DORV_BUILD_BENCH=OFF
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz
+
+# Each fuzz program run for FUZZ_SECONDS (default 60); what reaches new code
+# joins the committed corpus.
 FUZZ_SECONDS ?= 60
-fuzz: deps
+fuzz: build-fuzz
 	@scripts/run-fuzz.sh $(FUZZ_BUILD) $(FUZZ_SECONDS) keep
 
-# The same for 10 s each, keeping nothing: a short check on top of the
-# corpus replay of `make test`.
-test-fuzz: deps
+# The same for 10 s each, keeping nothing: the check `make test` runs on
+# top of the corpus replay.
+test-fuzz: build-fuzz
+	@$(MAKE) --no-print-directory test-fuzz-only
+
+test-fuzz-only:
 	@scripts/run-fuzz.sh $(FUZZ_BUILD) 10
 
 bench: build

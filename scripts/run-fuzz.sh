@@ -1,21 +1,18 @@
 #!/usr/bin/env bash
 # Usage: run-fuzz.sh FUZZ_BUILD_DIR SECONDS [keep]
-# Builds the libFuzzer programs (clang, ASan and UBSan) in their own tree and
-# runs each for SECONDS on top of its committed corpus (tests/fuzz/corpus/).
-# With "keep", the inputs a run finds that reach new code are added to the
-# committed corpus under corpus/<target>/found/, which the replay test runs
-# for the invariants alone. An input that breaks an invariant or trips a
-# sanitizer stays under tests/fuzz/crashes/<target>/ and fails the run.
+# Runs each libFuzzer program of FUZZ_BUILD_DIR (built by `make build-fuzz`:
+# clang, ASan and UBSan) for SECONDS on top of its committed corpus
+# (tests/fuzz/corpus/). With "keep", the inputs a run finds that reach new
+# code are added to the committed corpus under corpus/<target>/found/, which
+# the replay test runs for the invariants alone. An input that breaks an
+# invariant or trips a sanitizer stays under tests/fuzz/crashes/<target>/
+# and fails the run.
 set -euo pipefail
 build=${1:?usage: run-fuzz.sh FUZZ_BUILD_DIR SECONDS [keep]}
 seconds=${2:?usage: run-fuzz.sh FUZZ_BUILD_DIR SECONDS [keep]}
 keep=${3:-}
 fuzz=$(cd "$(dirname "$0")/../tests/fuzz" && pwd)
 targets=(ProcessRequest SeedLoader Deserializer RtuFrameReader DaemonConfig)
-
-CC=clang CXX=clang++ cmake -S "$fuzz/../.." -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DORV_BUILD_FUZZ=ON -DORV_BUILD_TESTS=OFF -DORV_BUILD_BENCH=OFF >/dev/null
-cmake --build "$build" -j "$(nproc)" --target fuzz
 
 failed=()
 for target in "${targets[@]}"; do

@@ -17,7 +17,7 @@
 namespace orv::modbus::cds::test {
 namespace {
 
-constexpr std::uint64_t g_allOnes = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t g_allOnesId = std::numeric_limits<std::uint64_t>::max();
 
 class CdsChannelAccessorTest : public CdsStoreTest {
 protected:
@@ -122,7 +122,7 @@ TEST_F(CdsChannelAccessorTest, UnsubscribingWhatWasNeverSubscribedChangesNothing
     const auto devicesBefore = Accessor::m_mapChannelAccessorDeviceSettingsSubscriber;
     const auto idsBefore = Accessor::m_mapChannelAccessorDeviceSettingsSubscriberId;
 
-    for (const std::uint64_t id : {std::uint64_t{0}, g_allOnes, std::uint64_t{987654}, m_channel, m_device}) {
+    for (const std::uint64_t id : {std::uint64_t{0}, g_allOnesId, std::uint64_t{987654}, m_channel, m_device}) {
         EXPECT_NO_THROW(Accessor::unsubscribeChannelUpdate(id, &stranger));
         EXPECT_NO_THROW(Accessor::unsubscribeChannelState(id, &stranger));
         EXPECT_NO_THROW(Accessor::unsubscribeChannelSettings(id, &stranger));
@@ -182,16 +182,16 @@ TEST_F(CdsChannelAccessorTest, DeviceGivenByNameIsWatchedUntilItAppears)
     EXPECT_FALSE(accessor.isExistingInCds());
     EXPECT_FALSE(accessor.getCValue().is_valid());
     EXPECT_NO_THROW(accessor.setCValue(zu::CValue(1.0f)));
-    EXPECT_TRUE(watches(Accessor::m_mapChannelAccessorDeviceCreationSubscriber, g_allOnes, &accessor));
-    EXPECT_TRUE(Accessor::m_mapChannelAccessorDeviceCreationSubscriberId.contains(g_allOnes));
+    EXPECT_TRUE(watches(Accessor::m_mapChannelAccessorDeviceCreationSubscriber, g_allOnesId, &accessor));
+    EXPECT_TRUE(Accessor::m_mapChannelAccessorDeviceCreationSubscriberId.contains(g_allOnesId));
 
     // The device appears first without the channel: the creation watch goes,
     // the device's settings are watched for the channel.
     const auto late = store().createDevice("late");
     flush();
     EXPECT_FALSE(accessor.isExistingInCds());
-    EXPECT_FALSE(Accessor::m_mapChannelAccessorDeviceCreationSubscriber.contains(g_allOnes));
-    EXPECT_FALSE(Accessor::m_mapChannelAccessorDeviceCreationSubscriberId.contains(g_allOnes));
+    EXPECT_FALSE(Accessor::m_mapChannelAccessorDeviceCreationSubscriber.contains(g_allOnesId));
+    EXPECT_FALSE(Accessor::m_mapChannelAccessorDeviceCreationSubscriberId.contains(g_allOnesId));
     EXPECT_TRUE(watches(Accessor::m_mapChannelAccessorDeviceSettingsSubscriber, late, &accessor));
 
     const auto channel = store().addChannel(late, "Temperature", zu::CValue(21.5f));
@@ -213,8 +213,8 @@ TEST_F(CdsChannelAccessorTest, AccessorFoundByNameIsNeverCalledAfterItsDestructi
     flush();
     // The watch made under all ones is released under all ones, although the
     // device id is known by now.
-    EXPECT_FALSE(isKnownUnder(*accessor, g_allOnes));
-    EXPECT_FALSE(Accessor::m_mapChannelAccessorDeviceCreationSubscriber.contains(g_allOnes));
+    EXPECT_FALSE(isKnownUnder(*accessor, g_allOnesId));
+    EXPECT_FALSE(Accessor::m_mapChannelAccessorDeviceCreationSubscriber.contains(g_allOnesId));
 
     const auto* destroyed = accessor.get();
     accessor.reset();

@@ -1,3 +1,4 @@
+#include "BooleanDataPoints.h"
 #include "FakeCdsDataAccessor.h"
 #include "PublishedWords.h"
 
@@ -15,22 +16,6 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 using Flags = std::vector<bool>;
 using Values = std::vector<zu::CValue>;
-
-// Each data point's boolean as one bit.
-Flags eachAsBit(const Values& values)
-{
-    Flags flags;
-    for (const auto& value : values) {
-        flags.push_back(value.as_bool());
-    }
-    return flags;
-}
-
-// Each flag back to its data point as a boolean.
-Values eachAsBoolean(const Flags& flags)
-{
-    return Values(flags.begin(), flags.end());
-}
 
 // Three boolean data points (true, false, true) owned by the composite last
 // made, watched through raw pointers while it lives.

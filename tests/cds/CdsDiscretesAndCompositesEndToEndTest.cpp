@@ -3,6 +3,7 @@
 // function codes 1, 2, 5 and 15 for the discretes, 3 and 16 for the register
 // composites, from a client's write to the data store and from a driver's
 // change to a client's read.
+#include "BooleanDataPoints.h"
 #include "CdsServedMapTest.h"
 
 #include <orv/modbus/Discretes.h>
@@ -31,20 +32,6 @@ constexpr uint16_t g_invertedRelay = 1;
 constexpr uint16_t g_inputs = 2;
 constexpr uint16_t g_apparentPower = 10;
 constexpr uint16_t g_statusWord = 11;
-
-std::vector<bool> eachAsBit(const Values& values)
-{
-    std::vector<bool> bits;
-    for (const auto& value : values) {
-        bits.push_back(value.as_bool());
-    }
-    return bits;
-}
-
-Values eachAsBoolean(const std::vector<bool>& bits)
-{
-    return Values(bits.begin(), bits.end());
-}
 
 Words apparentPower(const Values& values)
 {

@@ -24,7 +24,7 @@ constexpr uint16_t g_address = 100;
 
 using orv::test::ServedMap;
 
-std::vector<uint16_t> wordsOf(float value)
+std::vector<uint16_t> abcdWordsOf(float value)
 {
     return RegisterWords::splitFloat(value, ByteOrder::ABCD, "");
 }
@@ -45,17 +45,17 @@ TEST_F(CdsFloatAccessorEndToEndTest, ClientWritesReachTheStoreAndTheStoresValues
     auto map = std::make_unique<ModbusMap>("meter", std::vector<ModbusMapEntry*>{entry}, nullptr, ByteOrder::ABCD);
     {
         ServedMap served(*map);
-        EXPECT_EQ(served.readHolding(g_address, 2), wordsOf(150.0f));
+        EXPECT_EQ(served.readHolding(g_address, 2), abcdWordsOf(150.0f));
 
-        const auto written = wordsOf(42.7f);
+        const auto written = abcdWordsOf(42.7f);
         ASSERT_EQ(modbus_write_registers(served.client(), g_address, 2, written.data()), 2);
         EXPECT_TRUE(waitUntil([&] { return store().getChannelCValue(channel) == zu::CValue(std::int32_t{42}); }));
         // The store's notification replaces the written words by its value.
-        EXPECT_TRUE(waitUntil([&] { return served.readHolding(g_address, 2) == wordsOf(42.0f); }));
+        EXPECT_TRUE(waitUntil([&] { return served.readHolding(g_address, 2) == abcdWordsOf(42.0f); }));
 
         // A driver's change without any Modbus write.
         store().setChannelCValue(channel, zu::CValue(std::int32_t{-7}));
-        EXPECT_TRUE(waitUntil([&] { return served.readHolding(g_address, 2) == wordsOf(-7.0f); }));
+        EXPECT_TRUE(waitUntil([&] { return served.readHolding(g_address, 2) == abcdWordsOf(-7.0f); }));
     }
     // No notification may still be on its way into the map's tables.
     flush();

@@ -168,16 +168,6 @@ TEST_F(DaemonFaultTest, DataStoreCallbackBlockingFor200MsHoldsUpNoUnit)
 
 TEST_F(DaemonFaultTest, ConnectionsBeyondTheDescriptorGuardAreRefusedAndTheFirstKeepWorking)
 {
-#if defined(__SANITIZE_ADDRESS__)
-    // UBSan checks an object's type by reading its vtable pointer, and the
-    // sanitizer runtime tests that memory for readability through a pipe.
-    // With every descriptor in use it cannot make that pipe, takes the valid
-    // object for an invalid one and stops the daemon ("object has invalid
-    // vptr", "memory cannot be printed", in fmt while the refusal is
-    // logged); a report of that kind cannot be suppressed. The normal build
-    // runs this test.
-    GTEST_SKIP() << "the sanitizer runtime itself needs descriptors";
-#endif
     start(ORV_DEMO_CONFIG);
     // The test holds more sockets than the usual soft limit of 1024.
     rlimit limit{};

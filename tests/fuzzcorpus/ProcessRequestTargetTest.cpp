@@ -7,16 +7,18 @@
 namespace orv::modbus::fuzz::test {
 namespace {
 
-using Outcome = ProcessRequestTarget::Outcome;
+using RequestOutcome = ProcessRequestTarget::Outcome;
 
-const char* word(Outcome outcome)
+const char* requestWord(RequestOutcome outcome)
 {
-    return outcome == Outcome::Answered ? "answered" : outcome == Outcome::Refused ? "refused" : "dropped";
+    return outcome == RequestOutcome::Answered ? "answered"
+           : outcome == RequestOutcome::Refused ? "refused"
+                                                : "dropped";
 }
 
 TEST(ProcessRequestTargetTest, CorpusFramesHaveTheirOutcomesAndKeepTheTablesSound)
 {
-    replayCorpus<ProcessRequestTarget>("ProcessRequest", 40, joinedWords(word));
+    replayCorpus<ProcessRequestTarget>("ProcessRequest", 40, joinedWords(requestWord));
 }
 
 TEST(ProcessRequestTargetTest, AnEmptyInputSendsNothing)

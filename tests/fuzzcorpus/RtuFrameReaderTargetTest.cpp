@@ -7,16 +7,16 @@
 namespace orv::modbus::fuzz::test {
 namespace {
 
-using Outcome = RtuFrameReaderTarget::Outcome;
+using FrameOutcome = RtuFrameReaderTarget::Outcome;
 
-const char* word(Outcome outcome)
+const char* frameWord(FrameOutcome outcome)
 {
-    return outcome == Outcome::Frame ? "frame" : outcome == Outcome::BadCrc ? "badcrc" : "toolong";
+    return outcome == FrameOutcome::Frame ? "frame" : outcome == FrameOutcome::BadCrc ? "badcrc" : "toolong";
 }
 
 TEST(RtuFrameReaderTargetTest, CorpusChunksComeOutWholeAsFramesOrRefusals)
 {
-    replayCorpus<RtuFrameReaderTarget>("RtuFrameReader", 8, joinedWords(word));
+    replayCorpus<RtuFrameReaderTarget>("RtuFrameReader", 8, joinedWords(frameWord));
 }
 
 TEST(RtuFrameReaderTargetTest, AnEmptyInputReadsNothing)

@@ -34,7 +34,6 @@ using orv::test::FakeRegistersAccessor;
 using orv::test::ServedMap;
 using ::testing::IsEmpty;
 
-constexpr uint8_t g_illegalAddress = MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS;
 constexpr uint8_t g_illegalValue = MODBUS_EXCEPTION_ILLEGAL_DATA_VALUE;
 
 // Passes everything on to a data-store accessor and counts its setData calls.

@@ -20,7 +20,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr uint8_t g_illegalFunction = MODBUS_EXCEPTION_ILLEGAL_FUNCTION;
-constexpr uint8_t g_illegalAddress = MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS;
 
 // A map with every kind of refusal in reach:
 //   holding  10-11 writable, 12 read-only, 13 and 14 writable, 15 unavailable

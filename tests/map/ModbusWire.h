@@ -60,6 +60,9 @@ std::vector<uint8_t> writeSinglePdu(uint8_t functionCode, uint16_t address, uint
 std::vector<uint8_t> writeRegistersPdu(uint16_t address, const std::vector<uint16_t>& values);
 std::vector<uint8_t> writeCoilsPdu(uint16_t address, const std::vector<bool>& bits);
 
+// The exception code of a request outside every entry.
+inline constexpr uint8_t g_illegalAddress = MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS;
+
 // The PDU of an exception reply.
 std::vector<uint8_t> exceptionPdu(uint8_t functionCode, uint8_t code);
 // The PDU of a register read reply.

@@ -28,10 +28,9 @@ using namespace std::chrono_literals;
 using orv::test::LogCapture;
 using orv::test::waitUntil;
 
-const std::vector<std::uint16_t> g_pairWords{11, 12};
 const std::string g_refusedLine = "New Modbus TCP connection from 127.0.0.1 refused! No file descriptor left.";
 const std::string g_refusedUnknownLine = "New Modbus TCP connection refused! No file descriptor left.";
-const std::string g_acceptedLine = "New Modbus TCP connection from 127.0.0.1 accepted.";
+const std::string g_loopbackAcceptedLine = "New Modbus TCP connection from 127.0.0.1 accepted.";
 
 // The lowest descriptor number that is free: every lower one is open.
 int lowestFreeDescriptor()
@@ -197,7 +196,7 @@ TEST_F(ModbusServerDescriptorLimitTest, WithoutRoomForTheSpareAcceptingPausesAnd
     EXPECT_EQ(admitted.readHolding(0, 2), g_pairWords);
 
     exhausted.restore();
-    EXPECT_TRUE(waitUntil([this] { return m_log.count(g_acceptedLine) == 2; }, 2s));
+    EXPECT_TRUE(waitUntil([this] { return m_log.count(g_loopbackAcceptedLine) == 2; }, 2s));
     EXPECT_TRUE(isOpenNow(pending.fd()));
     ModbusTcpClient later("127.0.0.1", m_port, 1);
     EXPECT_EQ(later.readHolding(0, 2), g_pairWords);

@@ -38,7 +38,6 @@ using orv::test::waitUntil;
 using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<std::uint8_t>;
 
-const std::vector<std::uint16_t> g_pairWords{11, 12};
 // What the test map answers to RawTcpClient::readHoldingFrame(1, 0, 2).
 const Bytes g_pairReply{0, 1, 0, 0, 0, 7, 1, 3, 4, 0, 11, 0, 12};
 const std::string g_incompleteLine = "Modbus TCP connection from 127.0.0.1 closed: incomplete request.";

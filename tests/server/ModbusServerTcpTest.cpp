@@ -31,7 +31,6 @@ using orv::test::waitUntil;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-const std::vector<std::uint16_t> g_pairWords{11, 12};
 
 sockaddr_storage ipv6Address(const char* text)
 {

@@ -5,6 +5,7 @@
 #include <orv/modbus/HoldingRegisters.h>
 #include <orv/modbus/ModbusMap.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -62,11 +63,14 @@ private:
     std::function<void()> m_beforeReply;
 };
 
-// Holding registers 0-1 (words 11, 12) and 10 (word 100), all writable.
+// What the entry "pair" holds.
+inline const std::vector<std::uint16_t> g_pairWords{11, 12};
+
+// Holding registers 0-1 (g_pairWords) and 10 (word 100), all writable.
 // Address 20 has no entry: reading it is refused with exception 2.
 inline std::vector<ModbusMapEntry*> testEntries()
 {
-    return {new HoldingRegisters(0, new FakeRegistersAccessor(2, {11, 12}), true, "pair", "two words", ""),
+    return {new HoldingRegisters(0, new FakeRegistersAccessor(2, g_pairWords), true, "pair", "two words", ""),
             new HoldingRegisters(10, new FakeRegistersAccessor(1, {100}), true, "single", "one word", "")};
 }
 

@@ -95,14 +95,16 @@ void CdsDeviceAccessor::setCValue(const zu::CValue& value)
 
 zu::CValue CdsDeviceAccessor::getCValue() const
 {
+    // Read once: detection may move the accessor to another device meanwhile.
+    const std::uint64_t device = m_resolvedDeviceId;
     if (m_attribute == g_subDeviceCount) {
         // Counted whatever the found flag says. While no device is reached
         // there is nothing to count: asking the data store about device 0
         // would only fail, and a map holding the accessor (a site map on a
         // gateway without that device) must still build.
-        return m_resolvedDeviceId == 0 ? zu::CValue() : attributeOf(m_resolvedDeviceId);
+        return device == 0 ? zu::CValue() : attributeOf(device);
     }
-    return m_found ? attributeOf(m_resolvedDeviceId) : zu::CValue();
+    return m_found ? attributeOf(device) : zu::CValue();
 }
 
 zu::CValue CdsDeviceAccessor::detectedValue() const

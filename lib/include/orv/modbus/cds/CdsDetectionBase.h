@@ -100,7 +100,9 @@ protected:
     static void redetectVanished(Walk& walk);
 
     std::uint64_t m_deviceId;
-    std::uint64_t m_resolvedDeviceId;
+    // Written by detection on a notification thread, read by requests and
+    // by a map being built on other threads.
+    std::atomic<std::uint64_t> m_resolvedDeviceId;
     std::vector<unsigned int> m_subDevicePath;
     std::string m_deviceName;
     std::atomic<bool> m_found{false};
