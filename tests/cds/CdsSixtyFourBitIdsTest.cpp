@@ -50,6 +50,9 @@ TEST_F(CdsSixtyFourBitIdsTest, SeededIdsAboveThirtyTwoBitsAreKeptWhole)
 
 TEST_F(CdsSixtyFourBitIdsTest, AccessorOfTheHighDeviceReadsAndWatchesOnlyItsChannel)
 {
+    // Outlives the accessor, whose last write is still notified while the
+    // test ends.
+    ValueLog log;
     Accessor accessor(g_highDevice, "Value", DataType::ChannelValue);
     EXPECT_EQ(accessor.getCValue(), zu::CValue(std::uint32_t{2}));
     flush();
@@ -57,7 +60,6 @@ TEST_F(CdsSixtyFourBitIdsTest, AccessorOfTheHighDeviceReadsAndWatchesOnlyItsChan
     EXPECT_FALSE(isKnownUnder(accessor, g_lowChannel));
     EXPECT_FALSE(isKnownUnder(accessor, g_lowDevice));
 
-    ValueLog log;
     accessor.setUpdateCallback(log.callback());
     store().setChannelCValue(g_lowChannel, zu::CValue(std::uint32_t{10}));
     store().setChannelCValue(g_highChannel, zu::CValue(std::uint32_t{20}));
