@@ -12,7 +12,7 @@ CdsAccessor::CdsAccessor(const std::string& clientName, bool /*inBand*/)
 
 std::uint64_t CdsAccessor::getDeviceByName(const std::string& canonicalName) const
 {
-    return store().getDeviceByName(canonicalName);
+    return dataStore().getDeviceByName(canonicalName);
 }
 
 } // namespace cdsapi

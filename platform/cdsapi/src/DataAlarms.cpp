@@ -15,7 +15,7 @@ DataAlarms::DataAlarms(InBandAccessor& accessor)
 
 boost::optional<zu::CAlarmTrigger> DataAlarms::getMostCritical(std::uint64_t channelId) const
 {
-    const auto active = m_accessor.store().getActiveAlarms(channelId);
+    const auto active = m_accessor.dataStore().getActiveAlarms(channelId);
     const auto mostCritical =
         std::max_element(active.begin(), active.end(), [](const zu::CAlarmTrigger& lhs, const zu::CAlarmTrigger& rhs) {
             return std::tie(lhs.flag, lhs.code) < std::tie(rhs.flag, rhs.code);

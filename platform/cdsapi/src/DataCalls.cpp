@@ -42,6 +42,11 @@ DataCalls::DataCalls(DataStore& store)
 {
 }
 
+DataStore& DataCalls::dataStore() const
+{
+    return m_dataStore;
+}
+
 zu::CDevice DataCalls::getDevice(std::uint64_t deviceId) const
 {
     const std::lock_guard lock(m_dataStore.m_mutex);

@@ -11,9 +11,8 @@ InBandAccessor::InBandAccessor(const std::string& clientName)
     // The store is reached first so that it outlives every client, the
     // process-wide ones included.
     : DataCalls(DataStore::instance())
-    , m_store(DataStore::instance())
     , m_clientName(clientName)
-    , m_pConnection(std::make_unique<ClientConnection>(m_store, clientName))
+    , m_pConnection(std::make_unique<ClientConnection>(dataStore(), clientName))
 {
 }
 
@@ -22,11 +21,6 @@ InBandAccessor::~InBandAccessor() = default;
 const std::string& InBandAccessor::getClientName() const
 {
     return m_clientName;
-}
-
-DataStore& InBandAccessor::store() const
-{
-    return m_store;
 }
 
 void InBandAccessor::subscribeChannel(std::uint64_t channelId, ChannelCallback fn, zu::sub::subscription_type type,

@@ -89,12 +89,9 @@ public:
 protected:
     explicit InBandAccessor(const std::string& clientName);
 
-    DataStore& store() const;
-
 private:
     friend class DataAlarms;
 
-    DataStore& m_store;
     std::string m_clientName;
     std::unique_ptr<ClientConnection> m_pConnection;
 };

@@ -52,6 +52,8 @@ protected:
     explicit DataCalls(DataStore& store);
     ~DataCalls() = default;
 
+    DataStore& dataStore() const;
+
 private:
     DataStore& m_dataStore;
 };
